@@ -1,0 +1,43 @@
+// Diagnostics: the one error path, the error trap, trace and debug logs.
+#pragma once
+
+#include <cstdarg>
+#include <cstdio>
+
+// Trace and debug logs; call sites test the switch before formatting.
+#define X_TRACE(...) do { if (Trace) X_trace(__VA_ARGS__); } while (0)
+#define X_DEBUG(...) do { if (Debug) X_debug(__VA_ARGS__); } while (0)
+
+int X_trace(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+int X_debug(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+int PrintTM(FILE *fp);
+
+// Reports an error: fills X_ERRMSG, then calls the page's trap (returns 0),
+// ignores it while the final output runs (returns -1), or shows it and ends
+// the process with status -2. fmt is a fixed format of the program.
+int ERRMSG(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+// The same for a text that came from a page or a request: it is formatted
+// with the safe formatter and no arguments, never by the C library.
+int ERRMSG_text(const char *text);
+
+int ERRTRAP(const char *name);
+int X_error(char *line, int compile, int ignore);
+const char *X_error_cid();
+
+// Safe formatter for page-given formats: understands the printf directives
+// for integers, floating numbers, characters and strings (flags, width and
+// precision), never %n. Arguments are taken in order and converted to what
+// each directive needs; missing ones print as 0 or empty. Writes at most
+// size-1 characters and terminates; returns the length written.
+struct X_fmtarg {
+    enum Kind { LONG, DOUBLE, TEXT } kind;
+    long l;
+    double d;
+    const char *s;
+};
+int X_format(char *out, int size, const char *fmt, const X_fmtarg *args, int nargs);
+
+// Stack guard for recursion through pages, calls and references: -1 when
+// the remaining stack is below a safe margin, after reporting it.
+void X_stack_base(void *base);
+int X_stack_low();

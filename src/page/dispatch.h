@@ -1,0 +1,18 @@
+// Command dispatch: the keyword table, X_command and the block-body runner.
+#pragma once
+
+#include "x.h"
+
+// One row of the keyword table.
+struct X_CMDROW {
+    const char *keyword;
+    int code;
+};
+
+constexpr int X_NCMD = 48;  // 47 keywords and the empty end row
+extern const X_CMDROW x_CMD[X_NCMD];
+extern const char *const NEXT_name[4];
+
+int X_command(X_FILE *fp, char *buff, int *compile, int ignore);
+int X_notfound(X_FILE *fp, int compile, int ignore);
+int X_search_command(const char *keyword);

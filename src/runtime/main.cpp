@@ -1,0 +1,4 @@
+// Tolm entry point.
+#include "runtime/runtime.h"
+
+int main(int, char **) { X_exit(0); }

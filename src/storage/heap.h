@@ -1,0 +1,13 @@
+// Block heap: arenas of 1024-byte small blocks and dedicated big blocks.
+#pragma once
+
+#include "x.h"
+
+constexpr int X_HEAP_SMALL = 256;   // largest small request
+constexpr int X_HEAP_BLOCK = 1024;  // data bytes of a small block
+constexpr int X_HEAP_ALIGN = 32;    // alignment of later allocations
+
+X_heap *X_heap_new();
+void *X_heap_alloc(X_heap *currheap, int size);
+int X_heap_reduce(X_heap *currheap);
+int X_heap_free(X_heap *currheap);
