@@ -1,5 +1,4 @@
-// Block commands and the assignment line: if, while, function, call,
-// return, file blocks, option.
+// Block commands: if, while, function, call, return, file and xfile blocks.
 #pragma once
 
 #include "x.h"
@@ -12,7 +11,5 @@ int X_while_values(X_FILE *fp, const char *name, int compile);
 int X_function(X_FILE *fp, char *buff, int compile, int ignore);
 int X_call(char *buff, int compile, int ignore, char *ret);
 int X_return(char *buff, int compile, int ignore);
-int X_let(char *buff, int compile, int ignore);
-int X_option(char *buff, int *compile, int ignore);
 int X_File(X_FILE *fp, char *buff, int compile, int ignore);
 int X_xFile(X_FILE *fp, char *buff, int compile, int ignore);

@@ -10,7 +10,5 @@ int X_while_values(X_FILE *fp, const char *name, int compile) { return 0; }
 int X_function(X_FILE *fp, char *buff, int compile, int ignore) { return 0; }
 int X_call(char *buff, int compile, int ignore, char *ret) { return 0; }
 int X_return(char *buff, int compile, int ignore) { return 0; }
-int X_let(char *buff, int compile, int ignore) { return 0; }
-int X_option(char *buff, int *compile, int ignore) { return 0; }
 int X_File(X_FILE *fp, char *buff, int compile, int ignore) { return 0; }
 int X_xFile(X_FILE *fp, char *buff, int compile, int ignore) { return 0; }

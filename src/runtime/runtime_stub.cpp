@@ -10,7 +10,3 @@ int X_header() { return 0; }
 int X_action() { return 0; }
 void X_exit(int status) { _exit(status); }
 int str_copy(char *dst, const char *src) { return 0; }
-int X_values(const char *prog, int shell) { return 0; }
-int X_check_name(const char *root, const char *var) { return 0; }
-int X_default_names(const char *root) { return 0; }
-int X_set_cookies() { return 0; }

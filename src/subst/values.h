@@ -1,0 +1,12 @@
+// Value functions: what one $( ) reference stands for.
+#pragma once
+
+#include "x.h"
+
+int X_transvalue(const char *name, char *out);
+int X_printvalue(const char *name);
+long GetDDT();
+int date_YEAR(char *str);
+int date_MONTH(char *str);
+int date_DAY(char *str);
+void X_crypt(const char *in, char *out);

@@ -1,0 +1,12 @@
+// Process and file-system commands and the signal handler.
+#pragma once
+
+int X_shell(char *line, int compile, int ignore);
+int X_exec(char *line, int compile, int ignore);
+int X_fork(char *line, int compile, int ignore);
+int X_sleep(char *line, int compile, int ignore);
+int X_usleep(char *line, int compile, int ignore);
+int X_chdir(char *line, int compile, int ignore);
+int X_unlink(char *line, int compile, int ignore);
+void X_signal(int sig);
+void X_seed();  // the run's random seeding: srandom(pid), then srandom(random() + random())
