@@ -4,14 +4,16 @@
 A case file holds sections, each opened by a line "--- KIND [ARG] [noeol]":
 
   file NAME      a file written into the case's scratch directory (pages,
-                 x.config, x.env, data); the first file is the default page
+                 x.config, x.env, data); the first *.html file is the
+                 default page
   args           the command line after the program name, one word a line
-                 (default: the first file's name)
+                 (default: the default page)
   env            NAME=value lines added to the environment
   stdin          the standard input
   before, after  shell commands run in the scratch directory around the run
   expect         the exact standard output
   expect-re      a regular expression that must match the whole output
+                 (its own last line break is not part of it: write \n)
   expect-file NAME   the exact content of a file after the run
   status         the exit status (default 0)
 
@@ -52,7 +54,10 @@ def parse(path):
 
 
 def fill(text, tmp):
-    return text.replace("{TMP}", tmp).replace("{CR}", "\r")
+    text = text.replace("{TMP}", tmp).replace("{CR}", "\r")
+    # {X:hh} is the single byte hh, also where it is not valid UTF-8.
+    return re.sub(r"\{X:([0-9a-fA-F]{2})\}",
+                  lambda m: bytes([int(m.group(1), 16)]).decode("utf-8", "surrogateescape"), text)
 
 
 def main():
@@ -68,7 +73,8 @@ def main():
                 f.write(fill(s["text"], tmp).encode("utf-8", "surrogateescape"))
         env = {"PATH": os.environ.get("PATH", "/usr/bin:/bin"), "LANG": "C", "TZ": "UTC",
                "X_HOME": tmp, "TMP_DIR": tmp}
-        args = [files[0]["arg"]] if files else []
+        pages = [s["arg"] for s in files if s["arg"].endswith(".html")] or [s["arg"] for s in files]
+        args = pages[:1]
         stdin = b""
         expect_status = 0
         for s in sections:
@@ -108,7 +114,7 @@ def main():
             want = fill(s["text"], tmp)
             if s["kind"] == "expect" and out != want:
                 failed.append("output differs:\n--- expected\n%s--- got\n%s---" % (want, out))
-            elif s["kind"] == "expect-re" and not re.fullmatch(want, out, re.S):
+            elif s["kind"] == "expect-re" and not re.fullmatch(want.rstrip("\n"), out, re.S):
                 failed.append("output does not match:\n--- pattern\n%s--- got\n%s---" % (want, out))
             elif s["kind"] == "expect-file":
                 path = os.path.join(tmp, s["arg"])

@@ -1,6 +1,15 @@
 // Wildcard patterns: compiling, matching, the pattern cache and lists.
 #pragma once
 
+// Element kinds (PATT_OP).
+constexpr int PATT_STAR = 0;       // "*": any run of bytes
+constexpr int PATT_ONE = 1;        // "?": any one byte
+constexpr int PATT_CHAR = 2;       // a literal byte or class member
+constexpr int PATT_NOTCHAR = 3;    // a member of a negated class
+constexpr int PATT_RANGE = 4;      // a range member of a class
+constexpr int PATT_NOTRANGE = 5;   // a range member of a negated class
+constexpr int PATT_NOT = 6;        // "!": the rest matches nowhere from here on
+
 // One element of a compiled pattern.
 struct PATT_LIST {
     PATT_LIST *PATT_NEXT;  // next element of the sequence
@@ -17,3 +26,8 @@ void kor_FREEpatt(PATT_LIST *patt);
 int vp_SYMcmp(const char *a, const char *b, int n);
 int X_CMPexec(const char *patt, const char *text);
 int X_CMPpatt(char *patt, const char *text);
+
+constexpr int X_PATT_CACHE = 128;  // rows of the compiled-pattern cache
+// The pattern text held by a cache row, or null for an empty row or a row
+// out of range. For diagnostics and tests.
+const char *X_CMPcache(int row);

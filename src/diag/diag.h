@@ -4,6 +4,8 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "x.h"
+
 // Trace and debug logs; call sites test the switch before formatting.
 #define X_TRACE(...) do { if (Trace) X_trace(__VA_ARGS__); } while (0)
 #define X_DEBUG(...) do { if (Debug) X_debug(__VA_ARGS__); } while (0)
@@ -38,6 +40,7 @@ struct X_fmtarg {
 int X_format(char *out, int size, const char *fmt, const X_fmtarg *args, int nargs);
 
 // Stack guard for recursion through pages, calls and references: -1 when
-// the remaining stack is below a safe margin, after reporting it.
+// the remaining stack is below a safe margin; the caller reports it.
 void X_stack_base(void *base);
+void X_stack_size(long bytes);  // the stack's size; a margin is kept free
 int X_stack_low();

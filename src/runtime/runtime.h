@@ -9,3 +9,4 @@ int X_header();
 int X_action();
 [[noreturn]] void X_exit(int status);
 int str_copy(char *dst, const char *src);
+void X_cmdline(int argc, char **argv);

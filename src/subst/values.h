@@ -10,3 +10,5 @@ int date_YEAR(char *str);
 int date_MONTH(char *str);
 int date_DAY(char *str);
 void X_crypt(const char *in, char *out);
+
+extern int key_ptr;  // X_crypt's position in its key, reset by every call

@@ -1,0 +1,134 @@
+// Conditional blocks: <@if> and <@elif> heads, <@else>, <@end>, and the
+// one-line form "<@if> COND <@command>".
+#include <cstring>
+
+#include "control/blocks.h"
+#include "control/cond.h"
+#include "control/prefix.h"
+#include "diag/diag.h"
+#include "page/dispatch.h"
+#include "page/page.h"
+#include "subst/subst.h"
+
+namespace {
+
+// Copies the condition of the head LINE (after its KW-byte tag) into TEXT
+// and, behind its terminator, the inline command if the line holds one.
+// Returns the inline command or NULL.
+char *split_head(const char *line, int kw, char *text) {
+    const char *rest = line + kw;
+    const char *at = *rest ? strstr(rest + 1, "<@") : nullptr;
+    size_t clen = at ? static_cast<size_t>(at - rest) : strlen(rest);
+    if (clen > X_MAXLINE - 2) clen = X_MAXLINE - 2;
+    memcpy(text, rest, clen);
+    text[clen] = 0;
+    if (!at) return nullptr;
+    char *inl = text + clen + 1;
+    size_t room = X_MAXLINE - clen - 2;
+    size_t ilen = strnlen(at, room);
+    memcpy(inl, at, ilen);
+    inl[ilen] = 0;
+    return inl;
+}
+
+void emit(const char *line, int compile) {
+    if (compile) X_transline(line, nullptr, compile);
+    else transvalue(line, nullptr);
+}
+
+// Reads the block after a head whose condition gave R, up to its <@end>.
+// Returns 1 when an <@elif> takes over the block (its line is then in
+// BUFF), else 0.
+int run_block(X_FILE *fp, char *buff, char *text, int r, int *compile) {
+    while (X_fgets(text, X_MAXLINE, fp)) {
+        if (Continue) r = 0;
+        cut_cmd(fp, text);
+        if (has_prefix(text, "<@elif>")) {
+            if (Continue || r) {
+                X_notfound(fp, *compile, 1);
+                return 0;
+            }
+            memcpy(buff, text, strlen(text) + 1);
+            return 1;
+        }
+        if (is_command(text) && X_command(fp, text, compile, !r) == 0) continue;
+        if (has_prefix(text, "<@end>")) return 0;
+        if (has_prefix(text, "<@continue>")) {
+            if (r) Continue = 1;
+            X_TRACE("X_if: [continue] ==> %d \n", Continue);
+            continue;
+        }
+        if (has_prefix(text, "<@break>")) {
+            if (r) Continue = Break = 1;
+            r = 0;
+            X_TRACE("X_if: [break] ==> Continue= %d \n", Continue);
+            continue;
+        }
+        if (has_prefix(text, "<@else>")) {
+            int skip = Continue ? 1 : r != 0;
+            if (!skip) X_DEBUG("<@else> \n");
+            X_notfound(fp, *compile, skip);
+            return 0;
+        }
+        if (!r) continue;
+        if (IgnoreEmpty && text[0] == '\n') continue;
+        emit(text, *compile);
+    }
+    // The page ended before <@end>: nothing is left to run or skip.
+    X_notfound(fp, *compile, Continue ? 1 : r != 0);
+    return 0;
+}
+
+// Evaluates the head in BUFF and runs its branch; an <@elif> that takes
+// over the block is handled by the same loop, so a long elif chain needs
+// no deeper stack.
+[[gnu::noinline]] int run_if(X_FILE *fp, char *buff, int kw, int compile) {
+    char text[X_MAXLINE];
+    for (;;) {
+        char *inl = split_head(buff, kw, text);
+        X_DEBUG("IF cond: %s \n", text);
+        X_DEBUG("IF inline cmd: %s\n", inl ? inl : "");
+        int r = X_if_SCAN(text, buff, compile);
+        X_TRACE("X_if: sst cond result: %d \n", r);
+        X_DEBUG("IF check result: %d \n", r);
+        if (inl) {
+            X_TRACE("X_if: try as line command: {%s} \n", inl);
+            if (strstr(inl, "<@continue>")) {
+                if (r) Continue = 1;
+                return 0;
+            }
+            if (strstr(inl, "<@break>")) {
+                if (r) Continue = Break = 1;
+                return 0;
+            }
+            // The command gets the whole buffer: it may join continuation
+            // lines, or be a one-line if that uses it as scratch.
+            memmove(text, inl, strlen(inl) + 1);
+            cut_cmd(fp, text);
+            if (is_command(text) && X_command(fp, text, &compile, !r) == 0) return 0;
+        }
+        if (!run_block(fp, buff, text, r, &compile)) return 0;
+        kw = 7;
+        X_TRACE("X_if: {%s} compile: %d ignore: %d \n", buff, compile, 0);
+    }
+}
+
+}  // namespace
+
+int X_if(X_FILE *fp, char *buff, int compile, int ignore) {
+    int kw = has_prefix(buff, "<@if>") ? 5 : has_prefix(buff, "<@elif>") ? 7 : 0;
+    if (!kw) return -1;
+    X_TRACE("X_if: {%s} compile: %d ignore: %d \n", buff, compile, ignore);
+    if (ignore) {
+        // A skipped <@elif> belongs to the enclosing block; a skipped one-line
+        // if has no body.
+        if (kw == 7 || strstr(buff + kw, "<@")) return 0;
+        X_notfound(fp, compile, 1);
+        return 0;
+    }
+    if (X_stack_low()) {
+        ERRMSG("IF: nesting too deep: %.200s \n", buff);
+        return 0;
+    }
+    return run_if(fp, buff, kw, compile);
+}

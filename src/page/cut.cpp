@@ -1,0 +1,94 @@
+// Preparing page lines: comments out, control characters blanked, command
+// lines cut and joined over trailing backslashes.
+#include <cstring>
+
+#include "diag/diag.h"
+#include "page/page.h"
+
+// Removes "<@--" ... "--@>" comments from LINE (capacity CAP), reading
+// further lines of FILE into it while a comment runs on.
+static void uncomment(X_FILE *file, char *line, size_t cap) {
+    char *start;
+    while ((start = strstr(line, "<@--")) != nullptr) {
+        char *end = strstr(start + 4, "--@>");
+        if (!end) {
+            // The comment runs on: read lines over it until one closes it.
+            for (;;) {
+                size_t room = cap - (start - line);
+                int n = X_fgets(start, room < 2048 ? static_cast<int>(room) : 2048, file);
+                if (n == 0) {
+                    *start = 0;
+                    break;
+                }
+                if ((end = strstr(start, "--@>")) != nullptr) break;
+            }
+            if (!end) break;
+        }
+        memmove(start, end + 4, strlen(end + 4) + 1);
+    }
+    if (line[strspn(line, " \t\r\n")] == 0) line[0] = 0;
+}
+
+void cut_comment(X_FILE *file, char *line) {
+    uncomment(file, line, X_MAXLINE);
+}
+
+static void blank_controls(char *s) {
+    for (; *s; s++)
+        if (static_cast<unsigned char>(*s) < 32 && *s != '\n') *s = ' ';
+}
+
+// Prepares one line of FILE held in LINE (capacity X_MAXLINE). Text lines
+// keep their leading blanks and newline; a command line loses both and is
+// joined with its continuation lines.
+void cut_cmd(X_FILE *file, char *line) {
+    X_TRACE("cut_cmd: IN= {%s}", line);
+    if (strstr(line, "<@--")) cut_comment(file, line);
+    if (!*line) return;
+    blank_controls(line);
+    char *p = line;
+    while (*p == ' ') p++;
+    if (p[0] != '<' || p[1] != '@') return;
+    size_t len = strlen(p);
+    memmove(line, p, len + 1);
+    if (char *nl = strchr(line, '\n')) *nl = 0;
+    len = strlen(line);
+    if (len && line[len - 1] == '\\') {
+        line[--len] = 0;
+        char next[300];
+        while (X_fgets(next, sizeof next, file)) {
+            if (strstr(next, "<@--")) uncomment(file, next, sizeof next);
+            blank_controls(next);
+            size_t nlen = strlen(next);
+            if (nlen + len > X_MAXLINE - 1) {
+                ERRMSG("cut_cmd: No more memory...");
+                nlen = X_MAXLINE - 1 - len;
+            }
+            if (nlen && next[nlen - 1] == '\n') next[--nlen] = 0;
+            bool more = nlen && next[nlen - 1] == '\\';
+            if (more) next[nlen - 1] = ' ';
+            memcpy(line + len, next, nlen);
+            len += nlen;
+            line[len] = 0;
+            if (!more) break;
+        }
+    }
+    X_TRACE("cut_cmd: OUT= {%s}", line);
+}
+
+// Squeezes blanks in place: leading ones removed, runs made one, one
+// trailing blank removed.
+void trim_buff(char *buff) {
+    char *w = buff;
+    const char *r = buff;
+    while (*r == ' ') r++;
+    while (*r) {
+        if (*r == ' ' && (w > buff && w[-1] == ' ')) {
+            r++;
+            continue;
+        }
+        *w++ = *r++;
+    }
+    if (w > buff && w[-1] == ' ') w--;
+    *w = 0;
+}

@@ -1,0 +1,231 @@
+// Command dispatch: keywords to handlers, and the block-body runner.
+#include <cstring>
+
+#include "control/blocks.h"
+#include "control/let.h"
+#include "control/option.h"
+#include "diag/diag.h"
+#include "page/dispatch.h"
+#include "page/page.h"
+#include "runtime/runtime.h"
+#include "storage/heap.h"
+#include "storage/tree.h"
+#include "subst/varcmd.h"
+#include "syscmd/output.h"
+#include "syscmd/process.h"
+#include "syscmd/shm.h"
+#include "syscmd/sql.h"
+#include "syscmd/streams.h"
+#include "subst/subst.h"
+
+const X_CMDROW x_CMD[X_NCMD] = {
+    {"option", 1},    {"compile", 2},    {"html", 3},     {"sqltrap", 4},   {"sleep", 5},
+    {"usleep", 6},    {"chdir", 7},      {"sqlnames", 8}, {"quit", 9},      {"shell", 10},
+    {"set", 11},      {"vset", 44},      {"add", 12},     {"vadd", 45},     {"include", 13},
+    {"error", 14},    {"unlink", 15},    {"clear", 16},   {"cookie", 17},   {"fork", 18},
+    {"file", 19},     {"xfile", 20},     {"replace", 21}, {"while", 22},    {"if", 23},
+    {"elif", 24},     {"function", 25},  {"call", 26},    {"exec", 27},     {"return", 28},
+    {"sql", 29},      {"vsql", 42},      {"sqlexec", 30}, {"vsqlexec", 43}, {"fopen", 31},
+    {"popen", 32},    {"fclose", 33},    {"pclose", 34},  {"fgets", 35},    {"fputs", 36},
+    {"vfputs", 41},   {"fseek", 37},     {"shmat", 38},   {"shmdt", 39},    {"end", 40},
+    {"continue", 40}, {"break", 40},     {nullptr, 0},
+};
+
+const char *const NEXT_name[4] = {"none", "EOL", "AND", "OR"};
+
+namespace {
+
+constexpr int kMaxCode = 45;
+
+// How dispatch treats a handler.
+enum Kind {
+    NONE,    // code without a handler: not a command
+    PLAIN,   // dispatch traces, honours ignore, passes the line
+    COMPILE, // as PLAIN, the handler may change the run's compile flag
+    BLOCK,   // skipped by dispatch under ignore, else reads its own body
+    SELF,    // decides for itself what ignore means
+    QUIT,
+    INCLUDE,
+};
+
+using Plain = int (*)(char *, int, int);
+using Compile = int (*)(char *, int *, int);
+using Block = int (*)(X_FILE *, char *, int, int);
+
+struct Handler {
+    Kind kind;
+    const char *name;  // traced by dispatch; the block handlers' own trace format
+    Plain plain;
+    Compile comp;
+    Block block;
+};
+
+int call_self(char *b, int c, int i) { return X_call(b, c, i, nullptr); }
+
+// Handlers by code; the keyword table above is the only list of keywords.
+constexpr Handler handlers[kMaxCode + 1] = {
+    /* 0 */ {NONE, nullptr, nullptr, nullptr, nullptr},
+    /* 1 */ {COMPILE, "X_option", nullptr, X_option, nullptr},
+    /* 2 */ {COMPILE, "X_compile", nullptr, X_compile, nullptr},
+    /* 3 */ {PLAIN, "X_html", X_html, nullptr, nullptr},
+    /* 4 */ {PLAIN, "X_sqltrap", X_sqltrap, nullptr, nullptr},
+    /* 5 */ {PLAIN, "X_sleep", X_sleep, nullptr, nullptr},
+    /* 6 */ {PLAIN, "X_usleep", X_usleep, nullptr, nullptr},
+    /* 7 */ {PLAIN, "X_chdir", X_chdir, nullptr, nullptr},
+    /* 8 */ {PLAIN, "X_sqlnames", X_sqlnames, nullptr, nullptr},
+    /* 9 */ {QUIT, nullptr, nullptr, nullptr, nullptr},
+    /* 10 */ {PLAIN, "X_shell", X_shell, nullptr, nullptr},
+    /* 11 */ {PLAIN, "X_set", X_set, nullptr, nullptr},
+    /* 12 */ {PLAIN, "X_add", X_add, nullptr, nullptr},
+    /* 13 */ {INCLUDE, nullptr, nullptr, nullptr, nullptr},
+    /* 14 */ {PLAIN, "X_error", X_error, nullptr, nullptr},
+    /* 15 */ {PLAIN, "X_unlink", X_unlink, nullptr, nullptr},
+    /* 16 */ {PLAIN, "X_clear", X_clear, nullptr, nullptr},
+    /* 17 */ {PLAIN, "X_cookie", X_cookie, nullptr, nullptr},
+    /* 18 */ {PLAIN, "X_fork", X_fork, nullptr, nullptr},
+    /* 19 */ {BLOCK, "X_file: {%s} compile: %d  ignore: %d \n", nullptr, nullptr, X_File},
+    /* 20 */ {BLOCK, "X_xfile: {%s} compile: %d  ignore: %d \n", nullptr, nullptr, X_xFile},
+    /* 21 */ {PLAIN, "X_replace", X_replace, nullptr, nullptr},
+    /* 22 */ {BLOCK, "X_while: {%s} compile: %d ignore: %d \n", nullptr, nullptr, X_while},
+    /* 23 */ {SELF, nullptr, nullptr, nullptr, X_if},
+    /* 24 */ {SELF, nullptr, nullptr, nullptr, X_if},
+    /* 25 */ {BLOCK, "X_function: {%s} compile: %d ignore: %d \n", nullptr, nullptr, X_function},
+    /* 26 */ {SELF, nullptr, call_self, nullptr, nullptr},
+    /* 27 */ {PLAIN, "X_exec", X_exec, nullptr, nullptr},
+    /* 28 */ {PLAIN, "X_return", X_return, nullptr, nullptr},
+    /* 29 */ {SELF, nullptr, nullptr, nullptr, X_sql},
+    /* 30 */ {SELF, nullptr, X_sqlexec, nullptr, nullptr},
+    /* 31 */ {PLAIN, "X_io_fopen", X_io_fopen, nullptr, nullptr},
+    /* 32 */ {PLAIN, "X_io_popen", X_io_popen, nullptr, nullptr},
+    /* 33 */ {PLAIN, "X_io_fclose", X_io_fclose, nullptr, nullptr},
+    /* 34 */ {PLAIN, "X_io_pclose", X_io_pclose, nullptr, nullptr},
+    /* 35 */ {PLAIN, "X_io_fgets", X_io_fgets, nullptr, nullptr},
+    /* 36 */ {SELF, nullptr, X_io_fputs, nullptr, nullptr},
+    /* 37 */ {PLAIN, "X_io_fseek", X_io_fseek, nullptr, nullptr},
+    /* 38 */ {PLAIN, "X_shmat", X_shmat, nullptr, nullptr},
+    /* 39 */ {PLAIN, "X_shmdt", X_shmdt, nullptr, nullptr},
+    /* 40 */ {NONE, nullptr, nullptr, nullptr, nullptr},
+    /* 41 */ {SELF, nullptr, X_io_fputs, nullptr, nullptr},
+    /* 42 */ {SELF, nullptr, nullptr, nullptr, X_sql},
+    /* 43 */ {SELF, nullptr, X_sqlexec, nullptr, nullptr},
+    /* 44 */ {PLAIN, "X_vset", X_vset, nullptr, nullptr},
+    /* 45 */ {PLAIN, "X_vadd", X_vadd, nullptr, nullptr},
+};
+
+// Builds the keyword tree on first use.
+void build_tree() {
+    static int init;
+    if (init) return;
+    init = 1;
+    for (const X_CMDROW *r = x_CMD; r->keyword; r++) {
+        auto *node = static_cast<X_CMD *>(X_heap_alloc(x_BUFFERS.hp, sizeof(X_CMD)));
+        if (!node) return;
+        node->avl.key = const_cast<char *>(r->keyword);
+        node->code = static_cast<int16_t>(r->code);
+        AVL_insert(&x_BUFFERS.ctree, &node->avl);
+    }
+}
+
+int search(const char *keyword) {
+    build_tree();
+    auto *node = reinterpret_cast<X_CMD *>(AVL_search(&x_BUFFERS.ctree, keyword));
+    return node ? node->code : -1;
+}
+
+int let(char *buff, int compile, int ignore) {
+    return X_let(buff, compile, ignore) == 0 ? 0 : -1;
+}
+
+// Runs the handler of CODE on the command line BUFF.
+int run(const Handler &h, X_FILE *fp, char *buff, int *compile, int ignore) {
+    int r = -1;
+    switch (h.kind) {
+    case NONE:
+        return -1;
+    case PLAIN:
+    case COMPILE:
+        X_TRACE("%s: buff= %s; compile= %d ignore: %d \n", h.name, buff, *compile, ignore);
+        if (ignore) return 0;
+        r = h.kind == PLAIN ? h.plain(buff, *compile, 0) : h.comp(buff, compile, 0);
+        break;
+    case BLOCK:
+        if (Trace) X_trace(h.name, buff, *compile, ignore);
+        if (ignore) {
+            X_notfound(fp, *compile, ignore);
+            return 0;
+        }
+        r = h.block(fp, buff, *compile, 0);
+        break;
+    case SELF:
+        r = h.block ? h.block(fp, buff, *compile, ignore) : h.plain(buff, *compile, ignore);
+        break;
+    case QUIT:
+        if (ignore) return 0;
+        X_DEBUG("%s \n", buff);
+        X_exit(0);
+    case INCLUDE:
+        X_TRACE("X_include: {%s} compile: %d  ignore: %d \n", buff, *compile, ignore);
+        if (!ignore) {
+            X_DEBUG("%s \n", buff);
+            X_trans_printfile(buff + 10, *compile);
+        }
+        return 0;
+    }
+    return r == 0 ? 0 : let(buff, *compile, ignore);
+}
+
+}  // namespace
+
+int X_search_command(const char *keyword) {
+    return search(keyword);
+}
+
+// Dispatches one command line: 0 when it was consumed as a command, -1 when
+// the caller is to treat it as text.
+int X_command(X_FILE *fp, char *buff, int *compile, int ignore) {
+    cut_cmd(fp, buff);
+    if (buff[0] != '<' || buff[1] != '@') return -1;
+    const char *k = buff + 2;
+    int n = 0;
+    while (n < 16 && k[n] && k[n] != '>') n++;
+    if (n == 16 || k[n] != '>') return let(buff, *compile, ignore);
+    char keyword[16];
+    memcpy(keyword, k, n);
+    keyword[n] = 0;
+    int code = search(keyword);
+    if (code < 1 || code > kMaxCode) return let(buff, *compile, ignore);
+    return run(handlers[code], fp, buff, compile, ignore);
+}
+
+// Runs (ignore 0) or skips the lines of a block body up to its <@end>,
+// honouring <@continue> and <@break>.
+int X_notfound(X_FILE *fp, int compile, int ignore) {
+    X_TRACE("X_notfound: compile: %d ignore: %d ## Continue: %d  Break: %d \n", compile, ignore,
+            Continue, Break);
+    if (X_stack_low()) {
+        ERRMSG("Nesting too deep: blocks and calls exceed the interpreter's stack \n");
+        return 0;
+    }
+    char line[X_MAXLINE];
+    while (X_fgets(line, sizeof line, fp)) {
+        if (Continue || ContinueBreak) ignore = 1;
+        cut_cmd(fp, line);
+        if (line[0] == '<' && line[1] == '@' && X_command(fp, line, &compile, ignore) == 0) continue;
+        if (strncmp(line, "<@end>", 6) == 0) return 0;
+        if (strncmp(line, "<@continue>", 11) == 0) {
+            if (!ignore) Continue = 1;
+            X_TRACE("X_notfound: [continue] ==> %d \n", Continue);
+            continue;
+        }
+        if (strncmp(line, "<@break>", 8) == 0) {
+            if (!ignore) Continue = Break = 1;
+            X_TRACE("X_notfound: [break] ==> Continue= %d \n", Continue);
+            continue;
+        }
+        if (ignore) continue;
+        if (IgnoreEmpty && line[0] == '\n') continue;
+        if (compile) X_transline(line, nullptr, compile);
+        else transvalue(line, nullptr);
+    }
+    return 0;
+}

@@ -1,0 +1,36 @@
+// The banner comment, the page run and the one way out of the process.
+#include <cstdlib>
+#include <unistd.h>
+
+#include "db/db.h"
+#include "diag/diag.h"
+#include "page/page.h"
+#include "runtime/runtime.h"
+#include "x.h"
+
+// Writes the banner comment once; it also ends the HTTP header.
+int X_header() {
+    static int printed;
+    if (printed) return 0;
+    printed = 1;
+    printf("\r\n\r\n<!-- %s %s -->\n\n", X_VERSION_TEXT, "(c) Tolm developers");
+    fflush(stdout);
+    return 0;
+}
+
+int X_action() {
+    if (!X_PAGE) return -1;
+    return X_printfile(X_PAGE, 1);
+}
+
+// Ends the run: database, the run's temporary file, output, exit status.
+void X_exit(int status) {
+    X_TRACE("X_exit( %d );", status);
+    X_finish();
+    char tmp[4096];
+    snprintf(tmp, sizeof tmp, "%s/X.%d", TMP_DIR ? TMP_DIR : "/tmp", static_cast<int>(getpid()));
+    unlink(tmp);
+    X_TRACE("X_exit: exit...");
+    fflush(stdout);
+    exit(status);
+}

@@ -1,0 +1,160 @@
+// Block heap: arenas whose pieces are released all at once.
+//
+// Requests of at most X_HEAP_SMALL bytes are cut from 1024-byte small blocks
+// (first fit, newest block first); larger ones get a block of their own.
+// Small blocks are placed so that their data area starts on a 32-byte
+// boundary; after each small allocation the free position is rounded up to
+// the next 32-byte address, so every piece but the first of a block is
+// 32-aligned and four 256-byte pieces fill a block exactly.
+#include "storage/heap.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "diag/diag.h"
+
+constexpr size_t HDR = sizeof(heapblock);
+// Bytes placed before a small block's header so that its data area is aligned.
+constexpr size_t PAD = (X_HEAP_ALIGN - HDR % X_HEAP_ALIGN) % X_HEAP_ALIGN;
+
+static char *data_of(heapblock *b)
+{
+    return reinterpret_cast<char *>(b) + HDR;
+}
+
+static long num(const void *p)
+{
+    return static_cast<long>(reinterpret_cast<uintptr_t>(p));
+}
+
+// A new zero-filled small block, or null.
+static heapblock *small_new()
+{
+    void *base = nullptr;
+    if (posix_memalign(&base, X_HEAP_ALIGN, PAD + HDR + X_HEAP_BLOCK) != 0)
+        return nullptr;
+    memset(base, 0, PAD + HDR + X_HEAP_BLOCK);
+    return reinterpret_cast<heapblock *>(static_cast<char *>(base) + PAD);
+}
+
+static void small_free(heapblock *b)
+{
+    free(reinterpret_cast<char *>(b) - PAD);
+}
+
+static void big_free_all(heapblock *b)
+{
+    while (b) {
+        heapblock *next = b->m_next;
+        free(b);
+        b = next;
+    }
+}
+
+X_heap *X_heap_new()
+{
+    auto *hp = static_cast<X_heap *>(malloc(sizeof(X_heap)));
+    if (!hp) {
+        ERRMSG("X_heap: NO MEMORY...");
+        return nullptr;
+    }
+    hp->bigreq = nullptr;
+    hp->smallreq = small_new();
+    if (!hp->smallreq) {
+        free(hp);
+        ERRMSG("X_heap: NO MEMORY...");
+        return nullptr;
+    }
+    return hp;
+}
+
+// A big request: a block of its own, pushed on bigreq.
+static void *big_alloc(X_heap *hp, int size)
+{
+    auto *b = static_cast<heapblock *>(calloc(1, HDR + static_cast<size_t>(size)));
+    if (!b) {
+        ERRMSG("X_heap: NO MEMORY...");
+        return nullptr;
+    }
+    b->m_used = static_cast<int16_t>(size);
+    b->m_next = hp->bigreq;
+    hp->bigreq = b;
+    return data_of(b);
+}
+
+// The first small block with room for size bytes; a new head block if none.
+static heapblock *small_fit(X_heap *hp, int size)
+{
+    for (heapblock *b = hp->smallreq; b; b = b->m_next)
+        if (b->m_used + size <= X_HEAP_BLOCK)
+            return b;
+    heapblock *b = small_new();
+    if (!b) {
+        ERRMSG("X_heap: NO MEMORY...");
+        return nullptr;
+    }
+    b->m_next = hp->smallreq;
+    hp->smallreq = b;
+    return b;
+}
+
+// Hands out size zero-filled bytes from the arena, or null when memory runs
+// out. A size of 0 or less reserves nothing but the alignment step.
+void *X_heap_alloc(X_heap *currheap, int size)
+{
+    if (!currheap)
+        return nullptr;
+    X_TRACE("X_heap_alloc: hp: %ld  size: %d ", num(currheap), size);
+    X_TRACE("X_heap_info hp: %ld  mb: %ld  m_used: %d ", num(currheap),
+            num(currheap->smallreq), currheap->smallreq ? currheap->smallreq->m_used : -1);
+    if (size <= 0) {
+        X_TRACE("WARNING: heap_alloc( size= %d ) \n", size);
+        size = 0;
+    }
+    if (size > X_HEAP_SMALL)
+        return big_alloc(currheap, size);
+
+    heapblock *b = small_fit(currheap, size);
+    if (!b)
+        return nullptr;
+    char *res = data_of(b) + b->m_used;
+    b->m_used = static_cast<int16_t>(b->m_used + size);
+
+    X_TRACE("rmalign: mb: %ld  m_used: %d ", num(b), b->m_used);
+    uintptr_t at = reinterpret_cast<uintptr_t>(data_of(b) + b->m_used);
+    uintptr_t slack = (X_HEAP_ALIGN - at % X_HEAP_ALIGN) % X_HEAP_ALIGN;
+    b->m_used = static_cast<int16_t>(b->m_used + slack);
+    X_TRACE("rmalign ==> mb: %ld  m_used: %d ", num(b), b->m_used);
+
+    memset(res, 0, static_cast<size_t>(size));
+    return res;
+}
+
+// Empties the arena: small blocks are kept for reuse, big ones released.
+int X_heap_reduce(X_heap *currheap)
+{
+    X_TRACE("X_heap_reduce: %d ", static_cast<int>(num(currheap)));  // handle, cut to int
+    if (!currheap)
+        return -1;
+    for (heapblock *b = currheap->smallreq; b; b = b->m_next)
+        b->m_used = 0;
+    big_free_all(currheap->bigreq);
+    currheap->bigreq = nullptr;
+    return 0;
+}
+
+// Releases the arena and all its blocks; the handle is invalid afterwards.
+int X_heap_free(X_heap *currheap)
+{
+    X_TRACE("X_heap_free: %ld ", num(currheap));
+    if (!currheap)
+        return -1;
+    for (heapblock *b = currheap->smallreq; b;) {
+        heapblock *next = b->m_next;
+        small_free(b);
+        b = next;
+    }
+    big_free_all(currheap->bigreq);
+    free(currheap);
+    return 0;
+}

@@ -1,0 +1,349 @@
+// Variable store: page variables by name, each with a list of values.
+//
+// Variables live in x_BUFFERS.vtree. A record and its name are one system
+// allocation; the first value cell is embedded in the record, further cells
+// and every value text come from the variable's own heap, which is emptied on
+// each assignment. fixed 1 makes a variable read-only; fixed 2 marks a value
+// buffer the record does not own (shared memory) whose capacity is cookie.
+#include "storage/store.h"
+
+#include <cctype>
+#include <climits>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "control/patt.h"
+#include "diag/diag.h"
+#include "runtime/runtime.h"
+#include "storage/heap.h"
+#include "storage/tree.h"
+
+// Stands in for a value whose copy could not be allocated.
+static char no_value[1];
+
+static X_USER *user_of(avl *node)
+{
+    return reinterpret_cast<X_USER *>(node);
+}
+
+// Length of a value as far as it may be read: a shared buffer is read at
+// most up to its capacity, since it need not be terminated.
+static int value_len(const X_USER *u, const char *v)
+{
+    if (!v)
+        return 0;
+    size_t cap = u->fixed == 2 ? static_cast<size_t>(u->cookie > 0 ? u->cookie : 0) : SIZE_MAX;
+    size_t len = strnlen(v, cap);
+    return len > INT_MAX ? INT_MAX : static_cast<int>(len);
+}
+
+// Copies s into hp with room for at least min_cap characters and a
+// terminator; null when memory runs out.
+static char *heap_copy(X_heap *hp, const char *s, int min_cap)
+{
+    size_t len = strlen(s);
+    size_t room = len + 1;
+    if (min_cap > 0 && static_cast<size_t>(min_cap) + 1 > room)
+        room = static_cast<size_t>(min_cap) + 1;
+    if (room > INT_MAX)
+        return nullptr;
+    auto *c = static_cast<char *>(X_heap_alloc(hp, static_cast<int>(room)));
+    if (c)
+        memcpy(c, s, len + 1);
+    return c;
+}
+
+// Room a new value of u needs beyond its text: a shared buffer's capacity.
+static int min_room(const X_USER *u)
+{
+    return u->fixed == 2 ? u->cookie : 0;
+}
+
+// Whether v points into one of u's value texts, which a new assignment
+// would recycle before copying.
+static bool aliases_value(const X_USER *u, const char *v)
+{
+    for (const X_var *c = &u->var; c; c = c->next) {
+        if (!c->value)
+            continue;
+        auto lo = reinterpret_cast<uintptr_t>(c->value);
+        auto at = reinterpret_cast<uintptr_t>(v);
+        if (at >= lo && at <= lo + strlen(c->value))
+            return true;
+    }
+    return false;
+}
+
+// strncpy into a shared buffer of capacity cap, safe when value overlaps it:
+// the rest is zero-filled, no terminator is added to a full buffer.
+static void fill_shared(char *buf, const char *value, int cap)
+{
+    size_t n = static_cast<size_t>(cap);
+    size_t len = strnlen(value, n);
+    memmove(buf, value, len);
+    memset(buf + len, 0, n - len);
+}
+
+[[noreturn]] static void out_of_memory()
+{
+    ERRMSG("\n==> MALLOC ERROR! no more memory??.. \n==> EXIT.. \n");
+    X_exit(-2);
+}
+
+// A new record holding name and one copy of value, flags 0, key set to the
+// name; the caller inserts it. Ends the process when memory runs out.
+X_USER *X_USER_new(const char *name, const char *value)
+{
+    if (!name)
+        name = "";
+    if (!value)
+        value = "";
+    size_t nlen = strlen(name);
+    auto *u = static_cast<X_USER *>(malloc(sizeof(X_USER) + nlen + 1));
+    if (!u)
+        out_of_memory();
+    memset(u, 0, sizeof(X_USER));
+    u->name = reinterpret_cast<char *>(u + 1);
+    memcpy(u->name, name, nlen + 1);
+    u->avl.key = u->name;
+    u->hp = X_heap_new();
+    if (!u->hp) {
+        free(u);
+        out_of_memory();
+    }
+    u->var.value = heap_copy(u->hp, value, 0);
+    if (!u->var.value) {
+        X_USER_free(u);
+        out_of_memory();
+    }
+    return u;
+}
+
+// Releases a record's heap and the record with its name. The record must
+// no longer be in a tree.
+void X_USER_free(X_USER *user)
+{
+    if (!user)
+        return;
+    X_heap_free(user->hp);
+    free(user);
+}
+
+X_USER *X_find_user(const char *name)
+{
+    if (!name)
+        return nullptr;
+    return user_of(AVL_search(&x_BUFFERS.vtree, name));
+}
+
+// Assigns value as the only value of name, creating the variable. A
+// non-zero fixed or cookie is stored on the record. Fails with -1 and
+// "## Fixed Value: NAME" in X_ERRMSG for a read-only variable; a shared
+// buffer takes at most cookie characters of the value.
+int X_put_value(const char *name, const char *value, int fixed, int cookie)
+{
+    if (!value)
+        value = "";
+    X_TRACE("X_put_value: name: [%s] value: [%s] fixed: %d cookie: %d \n",
+            name ? name : "", value, fixed, cookie);
+    if (!name)
+        return -1;
+    X_USER *u = X_find_user(name);
+    if (!u) {
+        u = X_USER_new(name, value);
+        if (cookie)
+            u->cookie = static_cast<int16_t>(cookie);
+        if (fixed)
+            u->fixed = static_cast<int16_t>(fixed);
+        if (min_room(u) > 0) {  // a shared buffer needs its full capacity
+            char *c = heap_copy(u->hp, value, min_room(u));
+            if (c)
+                u->var.value = c;
+        }
+        u->avl.key = u->name;
+        AVL_insert(&x_BUFFERS.vtree, &u->avl);
+        X_DEBUG("  ** %s := %s \n", name, value);
+        return 0;
+    }
+    if (u->fixed == 2) {
+        if (u->cookie > 0 && u->var.value)
+            fill_shared(u->var.value, value, u->cookie);
+        return 0;
+    }
+    if (u->fixed) {
+        snprintf(X_ERRMSG, sizeof(X_ERRMSG), "## Fixed Value: %s", name);
+        return -1;
+    }
+    if (cookie)
+        u->cookie = static_cast<int16_t>(cookie);
+    if (fixed)
+        u->fixed = static_cast<int16_t>(fixed);
+    char *copy = nullptr;  // a value taken from the variable itself is copied out
+    if (aliases_value(u, value)) {  // before its heap is recycled
+        copy = strdup(value);
+        if (!copy)
+            out_of_memory();
+        value = copy;
+    }
+    X_heap_reduce(u->hp);
+    char *c = heap_copy(u->hp, value, min_room(u));
+    u->var.next = nullptr;
+    u->var.value = c ? c : no_value;
+    u->clean = 0;
+    if (c)
+        X_DEBUG("  ** %s := %s \n", u->name, value);
+    free(copy);
+    return c ? 0 : -1;
+}
+
+// Appends value to the values of name. A missing or clean variable is
+// assigned instead; a fixed or shared one fails silently with -1.
+int X_add_value(const char *name, const char *value)
+{
+    if (!name)
+        return -1;
+    if (!value)
+        value = "";
+    X_USER *u = X_find_user(name);
+    if (!u)
+        return X_put_value(name, value, 0, 0);
+    if (u->fixed)
+        return -1;
+    if (u->clean)
+        return X_put_value(name, value, 0, 0);
+
+    X_var *last = &u->var;
+    while (last->next)
+        last = last->next;
+    if (last->value) {
+        auto *cell = static_cast<X_var *>(X_heap_alloc(u->hp, sizeof(X_var)));
+        if (!cell)
+            return -1;
+        last->next = cell;
+        last = cell;
+    }
+    last->value = heap_copy(u->hp, value, 0);
+    if (!last->value) {
+        last->value = no_value;
+        return -1;
+    }
+    X_DEBUG("  ** %s add:= %s \n", name, value);
+    return 0;
+}
+
+// The first value of name, or null. The text stays valid until the
+// variable is next assigned or cleared.
+char *X_get_value(const char *name)
+{
+    X_USER *u = X_find_user(name);
+    if (!u) {
+        X_TRACE("X_get_value: not found {%s} \n", name ? name : "");
+        return nullptr;
+    }
+    if (Trace) {
+        int len = value_len(u, u->var.value);
+        X_trace("X_get_value: name= {%s} val= {%.*s} len: %d \n", name, len,
+                u->var.value ? u->var.value : "", len);
+    }
+    return u->var.value;
+}
+
+// The n-th value of name counted from 1, or null when absent or out of
+// range (n 0 always is).
+char *X_get_Mvalue(const char *name, unsigned n)
+{
+    X_USER *u = X_find_user(name);
+    if (!u) {
+        X_TRACE("X_get_Mvalue: not found {%s} \n", name ? name : "");
+        return nullptr;
+    }
+    unsigned i = 0;
+    for (X_var *cell = &u->var; cell; cell = cell->next) {
+        if (++i == n) {
+            if (Trace) {
+                int len = value_len(u, cell->value);
+                X_trace("X_get_Mvalue: name= {%s} #M= %d val= {%.*s} len: %d \n", name,
+                        static_cast<int>(n), len, cell->value ? cell->value : "", len);
+            }
+            return cell->value;
+        }
+    }
+    X_TRACE("X_get_Mvalue: #M= %d our of range {%s} total= %d \n", static_cast<int>(n), name,
+            static_cast<int>(i));
+    return nullptr;
+}
+
+// Chains the non-fixed records of the subtree whose names match patt onto
+// *list. patt is writable; the matcher cuts it temporarily.
+static void collect(avl *node, char *patt, X_USER **list)
+{
+    if (!node)
+        return;
+    collect(node->left, patt, list);
+    X_USER *u = user_of(node);
+    if (u->fixed == 0 && X_CMPpatt(patt, static_cast<const char *>(node->key)) != -1) {
+        u->next = *list;
+        *list = u;
+    }
+    collect(node->right, patt, list);
+}
+
+// The matching non-fixed records of a subtree chained through next, or null.
+X_USER *scan_tree(avl *subtree, const char *pattern)
+{
+    if (!subtree || !pattern)
+        return nullptr;
+    char *patt = strdup(pattern);
+    if (!patt)
+        return nullptr;
+    X_USER *list = nullptr;
+    collect(subtree, patt, &list);
+    free(patt);
+    return list;
+}
+
+// Removes and releases every non-fixed variable whose name matches the
+// pattern list name_patt. 0, or -1 when none was removed.
+int X_clear_value(const char *name_patt)
+{
+    X_TRACE("X_clear_value: name_patt: [%s] ", name_patt ? name_patt : "");
+    if (!x_BUFFERS.vtree.root)
+        return -1;
+    X_USER *list = scan_tree(x_BUFFERS.vtree.root, name_patt);
+    if (!list)
+        return -1;
+    while (list) {
+        X_USER *next = list->next;
+        if (AVL_remove(&x_BUFFERS.vtree, static_cast<const char *>(list->avl.key)) == 0)
+            X_USER_free(list);
+        list = next;
+    }
+    return 0;
+}
+
+// Number of nodes of a subtree; raises *maxlen to the longest key met.
+int count_tree(avl *subtree, int *maxlen)
+{
+    if (!subtree)
+        return 0;
+    if (maxlen && subtree->key) {
+        size_t len = strlen(static_cast<const char *>(subtree->key));
+        int n = len > INT_MAX ? INT_MAX : static_cast<int>(len);
+        if (n > *maxlen)
+            *maxlen = n;
+    }
+    return 1 + count_tree(subtree->left, maxlen) + count_tree(subtree->right, maxlen);
+}
+
+void lowercase(char *s)
+{
+    for (; s && *s; ++s)
+        *s = static_cast<char>(tolower(static_cast<unsigned char>(*s)));
+}
+
+void uppercase(char *s)
+{
+    for (; s && *s; ++s)
+        *s = static_cast<char>(toupper(static_cast<unsigned char>(*s)));
+}

@@ -1,0 +1,113 @@
+// Line translation: text copied with its $( ) references replaced by values,
+// into a buffer or onto the output stream.
+#include <cstring>
+
+#include "diag/diag.h"
+#include "page/page.h"
+#include "subst/args.h"
+#include "subst/subst.h"
+#include "subst/values.h"
+
+namespace {
+
+// Writes N bytes to F, through the entity translation when HTML is set.
+void emit(FILE *f, const char *p, size_t n) {
+    if (!HTML) {
+        fwrite(p, 1, n, f);
+        return;
+    }
+    const char *run = p;
+    for (const char *e = p + n; p < e; p++) {
+        const char *t = HTML_string(static_cast<unsigned char>(*p));
+        if (t[0] == *p && t[1] == 0) continue;
+        fwrite(run, 1, p - run, f);
+        fputs(t, f);
+        run = p + 1;
+    }
+    fwrite(run, 1, p - run, f);
+}
+
+// Scans S, writing into OUT (capacity CAP) or, with OUT NULL, to the stream.
+void scan(const char *s, char *out, size_t cap, int compile) {
+    FILE *f = out ? nullptr : X_out();
+    size_t o = 0;
+    const char *lit = s;
+    auto literal = [&](const char *end) {
+        size_t n = end - lit;
+        if (out) {
+            if (n > cap - 1 - o) n = cap - 1 - o;
+            memcpy(out + o, lit, n);
+            o += n;
+        } else if (f && n) {
+            emit(f, lit, n);
+        }
+    };
+    while (const char *d = strchr(s, '$')) {
+        if (d[1] != '(') {
+            s = d + 1;
+            continue;
+        }
+        literal(d);
+        // The reference runs to the ")" that balances its "(".
+        const char *r = d + 2, *e = r;
+        for (int depth = 0; *e; e++) {
+            if (*e == '(') depth++;
+            else if (*e == ')' && depth-- == 0) break;
+        }
+        char ref[X_MAXREF];
+        size_t rl = e - r < X_MAXREF - 1 ? e - r : X_MAXREF - 1;
+        memcpy(ref, r, rl);
+        ref[rl] = 0;
+        char name[X_MAXREF];
+        name[0] = 0;
+        if (!(IgnoreEmpty && ref[0] == '\n') && !X_stack_low()) scan(ref, name, sizeof name, compile);
+        if (out) {
+            char val[X_MAXLINE];
+            val[0] = 0;
+            X_transvalue(name, val);
+            size_t n = strlen(val);
+            if (n > cap - 1 - o) n = cap - 1 - o;
+            memcpy(out + o, val, n);
+            o += n;
+        } else {
+            X_transvalue(name, nullptr);
+        }
+        s = lit = *e ? e + 1 : e;
+    }
+    literal(s + strlen(s));
+    if (out) out[o] = 0;
+    else X_fflush(f);
+}
+
+}  // namespace
+
+// Expands BUFF into OUT (X_MAXLINE bytes) or, with OUT NULL, onto the output.
+int X_transline(const char *buff, char *out, int compile) {
+    if (IgnoreEmpty && buff[0] == '\n') return 0;
+    if (!compile) return transvalue(buff, out);
+    scan(buff, out, X_MAXLINE, compile);
+    return 0;
+}
+
+// Emits one value: copied into OUT (X_MAXLINE bytes) or written to the output,
+// at most X_len characters of it when X_len is positive.
+int transvalue(const char *val, char *out) {
+    if (!val) val = "";
+    size_t n = strlen(val);
+    if (X_len > 0 && static_cast<size_t>(X_len) < n) n = X_len;
+    if (out) {
+        if (n > X_MAXLINE - 1) n = X_MAXLINE - 1;
+        memmove(out, val, n);
+        out[n] = 0;
+        return 0;
+    }
+    FILE *f = X_out();
+    emit(f, val, n);
+    X_fflush(f);
+    return 0;
+}
+
+void X_expand_args(const char *text, char *out, int compile) {
+    out[0] = 0;
+    X_transline(text, out, compile);
+}

@@ -1,0 +1,153 @@
+// Value functions: what one $( ) reference stands for.
+//
+// X_transvalue reads the text of one reference (already expanded by the
+// line translator) and writes its value through transvalue. The first row
+// of the table below whose word matches decides: exact rows need the whole
+// name, prefix rows only its beginning. A name no row claims is a variable.
+#include "subst/values.h"
+
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "diag/diag.h"
+#include "storage/store.h"
+#include "subst/subst.h"
+#include "subst/values_rows.h"
+
+namespace {
+
+struct ValueRow {
+    std::string_view word;  // the name or prefix
+    bool exact;             // the whole name must equal word
+    value_row_fn fn;        // handler, given the text after word
+};
+
+// Order matters: a name is resolved by the first row that matches.
+constexpr ValueRow rows[] = {
+    {"\\t", true, row_escape},
+    {"\\n", true, row_escape},
+    {"\\r", true, row_escape},
+    {"sh:", false, row_sh},
+    {"eval:", false, row_eval},
+    {"call:", false, row_call},
+    {"txt2url:", false, row_txt2url},
+    {"url2txt:", false, row_url2txt},
+    {"trim:", false, row_trim},
+    {"lower:", false, row_lower},
+    {"upper:", false, row_upper},
+    {"crypt:", false, row_crypt},
+    {"dt2str:", false, row_dt2str},
+    {"str2dt:", false, row_str2dt},
+    {"len:", false, row_len},
+    {"cut:", false, row_cut},
+    {"str:", false, row_str},
+    {"strpos:", false, row_strpos},
+    {"chrpos:", false, row_chrpos},
+    {"word:", false, row_word},
+    {"mval:", false, row_mval},
+    {"int:", false, row_int},
+    {"printf:", false, row_printf},
+    {"ftell:", false, row_ftell},
+    {"expr:", false, row_expr},
+    {"env:", false, row_env},
+    {"today", true, row_today},
+    {"X_ROWS", false, row_rows},
+    {"X_DT", false, row_dt},
+    {"X_UDT", false, row_udt},
+    {"X_DDT", false, row_ddt},
+    {"X_RANDOM", false, row_random},
+    {"X_SQLCODE", false, row_sqlcode},
+    {"X_VERSION", false, row_version},
+    {"X_INSERT_ID", false, row_insert_id},
+    {"X_NVAL", false, row_nval},
+    {"X_NFUN", false, row_nfun},
+    {"X_ERRMSG", true, row_errmsg},
+    {"DIR", true, row_dir},
+    {"year:", false, row_year},
+    {"month:", false, row_month},
+    {"day:", false, row_day},
+};
+
+
+const ValueRow *find_row(std::string_view name)
+{
+    for (const ValueRow &row : rows) {
+        if (row.exact ? name == row.word : name.starts_with(row.word))
+            return &row;
+    }
+    return nullptr;
+}
+
+// Row 38: the variable of that name, or the empty string.
+int variable(const char *name, char *out)
+{
+    const char *val = X_get_value(name);
+    if (!val) {
+        X_TRACE("X_transvalue: no value for: [%s]", name);
+        val = "";
+    }
+    return value_emit(val, out);
+}
+
+}  // namespace
+
+int value_none(char *out)
+{
+    if (out)
+        *out = 0;
+    return 0;
+}
+
+int value_emit(const char *val, char *out)
+{
+    return transvalue(val, out);
+}
+
+int value_long(long n, char *out)
+{
+    char buf[32];
+    snprintf(buf, sizeof buf, "%ld", n);
+    return value_emit(buf, out);
+}
+
+void value_expand(const char *ref, char *buf)
+{
+    buf[0] = 0;
+    X_transvalue(ref, buf);
+}
+
+int value_int(const char *s)
+{
+    long n = strtol(s, nullptr, 10);
+    if (n > INT_MAX)
+        return INT_MAX;
+    if (n < INT_MIN)
+        return INT_MIN;
+    return static_cast<int>(n);
+}
+
+// Resolves one reference and writes its value into out, or to the output
+// stream when out is null. Returns 0, or what ERRMSG returned for the
+// reported errors of dt2str:, str2dt: and expr:.
+int X_transvalue(const char *name, char *out)
+{
+    if (!name)
+        name = "";
+    X_TRACE("X_transvalue: [%s]", name);
+    // References nest through value functions, eval: and call:, each level
+    // with 64 KiB buffers on the stack: they end where the stack runs low.
+    if (X_stack_low() != 0)
+        return value_none(out);
+    if (const ValueRow *row = find_row(name))
+        return row->fn(name, name + row->word.size(), out);
+    return variable(name, out);
+}
+
+// Writes the value of name to the output stream.
+int X_printvalue(const char *name)
+{
+    return X_transvalue(name, nullptr);
+}

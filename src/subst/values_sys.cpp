@@ -1,0 +1,167 @@
+// Interpreter and system names of references: escapes, eval:, call:,
+// ftell:, expr:, env: and the special numbers and texts (X_ROWS ... DIR).
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "control/blocks.h"
+#include "diag/diag.h"
+#include "storage/store.h"
+#include "subst/args.h"
+#include "subst/expr.h"
+#include "subst/subst.h"
+#include "subst/values_rows.h"
+
+namespace {
+
+constexpr long version = 878;
+
+int pair(int count, int maxlen, char *out)
+{
+    char buf[32];
+    snprintf(buf, sizeof buf, "%d [%d]", count, maxlen);
+    return value_emit(buf, out);
+}
+
+int count_names(const avl_tree &tree, char *out)
+{
+    int maxlen = 0;
+    int count = tree.root ? count_tree(tree.root, &maxlen) : 0;
+    return pair(count, maxlen, out);
+}
+
+}  // namespace
+
+// "\t", "\n", "\r" written with a backslash: the control character.
+int row_escape(const char *ref, const char *, char *out)
+{
+    const char *val = ref[1] == 't' ? "\t" : ref[1] == 'n' ? "\n" : "\r";
+    return value_emit(val, out);
+}
+
+// eval:REF, REF's value expanded once more as page text. A value that
+// refers to itself (even twice over) stops after a few levels of eval:.
+int row_eval(const char *, const char *arg, char *out)
+{
+    constexpr int max_eval = 12;
+    static int eval_depth;
+    char buf[X_MAXLINE];
+    value_none(out);
+    if (eval_depth >= max_eval)
+        return 0;
+    ++eval_depth;
+    value_expand(arg, buf);
+    int rc = 0;
+    if (!(IgnoreEmpty && buf[0] == '\n'))
+        rc = X_transline(buf, out, 1);
+    --eval_depth;
+    return rc;
+}
+
+// call:ARGS, the first word of what the page function returns when run as
+// "<@call> ARGS".
+int row_call(const char *, const char *arg, char *out)
+{
+    char cmd[X_MAXLINE];
+    char ret[X_MAXLINE];
+    snprintf(cmd, sizeof cmd, "<@call> %s", arg);
+    X_TRACE("==> call: CALL: [%s] ", cmd);
+    ret[0] = 0;
+    X_call(cmd, 1, 0, ret);
+    ret[X_MAXLINE - 1] = 0;
+    X_TRACE("==> call: OUTPUT: [%s] ", ret);
+    cmd[0] = 0;
+    X_arg_string(ret, cmd);
+    return value_emit(cmd, out);
+}
+
+// ftell:NAME, the position of the open stream NAME, -1 when none is open.
+int row_ftell(const char *, const char *arg, char *out)
+{
+    for (const X_OPEN &row : x_OPEN) {
+        if (row.fp && strcmp(row.name, arg) == 0)
+            return value_long(ftell(row.fp), out);
+    }
+    return value_emit("-1", out);
+}
+
+// expr:EXPRESSION, the integer or floating result of the expression.
+int row_expr(const char *ref, const char *arg, char *out)
+{
+    long n = 0;
+    double d = 0.0;
+    int kind = EXPR_parser(arg, &n, &d);
+    if (kind < 0) {
+        value_none(out);
+        return ERRMSG("EXPR error: %s \n", ref);
+    }
+    if (kind == 1)
+        return value_long(n, out);
+    char buf[512];
+    snprintf(buf, sizeof buf, "%f", d);
+    return value_emit(buf, out);
+}
+
+// env:NAME, the process environment variable, empty when unset.
+int row_env(const char *, const char *arg, char *out)
+{
+    const char *val = getenv(arg);
+    return value_emit(val ? val : "", out);
+}
+
+// X_ROWS, X_SQLCODE, X_INSERT_ID: the last database statement's results.
+int row_rows(const char *, const char *, char *out)
+{
+    return value_long(X_rowcount, out);
+}
+
+int row_sqlcode(const char *, const char *, char *out)
+{
+    return value_long(X_sqlcode, out);
+}
+
+int row_insert_id(const char *, const char *, char *out)
+{
+    return value_long(X_INSERT_ID, out);
+}
+
+// X_RANDOM, the next pseudo-random number; seeded with the process id on
+// first use.
+int row_random(const char *, const char *, char *out)
+{
+    static bool seeded = false;
+    if (!seeded) {
+        srandom(static_cast<unsigned>(getpid()));
+        seeded = true;
+    }
+    return value_long(random(), out);
+}
+
+int row_version(const char *, const char *, char *out)
+{
+    return value_long(version, out);
+}
+
+// X_NVAL and X_NFUN: how many variables or functions there are, and the
+// length of the longest name.
+int row_nval(const char *, const char *, char *out)
+{
+    return count_names(x_BUFFERS.vtree, out);
+}
+
+int row_nfun(const char *, const char *, char *out)
+{
+    return count_names(x_BUFFERS.ftree, out);
+}
+
+int row_errmsg(const char *, const char *, char *out)
+{
+    return value_emit(X_ERRMSG, out);
+}
+
+int row_dir(const char *, const char *, char *out)
+{
+    return value_emit(DIR ? DIR : "", out);
+}

@@ -1,0 +1,195 @@
+// Request method, query strings, PATH_INFO and URL-encoded POST bodies.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "form/form.h"
+
+namespace {
+
+// One decoded pair as text; a null value shows as "(null)".
+std::string pair(const entry &e) {
+    return std::string(e.name ? e.name : "(none)") + "=" + (e.val ? e.val : "(null)");
+}
+
+std::vector<std::string> pairs(const std::vector<entry> &list) {
+    std::vector<std::string> out;
+    for (size_t i = 0; i < list.size() && (list[i].name || list[i].val); ++i)
+        out.push_back(pair(list[i]));
+    return out;
+}
+
+class Request : public ::testing::Test {
+protected:
+    std::vector<entry> list = std::vector<entry>(X_MAXENT);
+
+    void SetUp() override {
+        for (const char *v : {"REQUEST_METHOD", "QUERY_STRING", "PATH_INFO", "CONTENT_TYPE",
+                              "CONTENT_LENGTH"})
+            unsetenv(v);
+        POST_errmsg = nullptr;
+    }
+
+    // Makes data the standard input of the decoders.
+    void body(const std::string &data) {
+        char path[] = "/tmp/tolm-form-XXXXXX";
+        int fd = mkstemp(path);
+        ASSERT_GE(fd, 0);
+        ASSERT_EQ(write(fd, data.data(), data.size()), static_cast<ssize_t>(data.size()));
+        close(fd);
+        ASSERT_NE(freopen(path, "r", stdin), nullptr);
+        unlink(path);
+    }
+
+    void get(const char *query) {
+        setenv("REQUEST_METHOD", "GET", 1);
+        if (query) setenv("QUERY_STRING", query, 1);
+    }
+
+    void post(const std::string &data, const char *length = nullptr) {
+        setenv("REQUEST_METHOD", "POST", 1);
+        setenv("CONTENT_TYPE", "application/x-www-form-urlencoded", 1);
+        setenv("CONTENT_LENGTH", length ? length : std::to_string(data.size()).c_str(), 1);
+        body(data);
+    }
+};
+
+using Strings = std::vector<std::string>;
+
+TEST_F(Request, MethodMustBeExact) {
+    EXPECT_EQ(GetMethod(), -1);
+    setenv("REQUEST_METHOD", "POST", 1);
+    EXPECT_EQ(GetMethod(), 1);
+    setenv("REQUEST_METHOD", "GET", 1);
+    EXPECT_EQ(GetMethod(), 2);
+    for (const char *m : {"get", "GETX", "HEAD", ""}) {
+        setenv("REQUEST_METHOD", m, 1);
+        EXPECT_EQ(GetMethod(), -1) << m;
+    }
+}
+
+TEST_F(Request, ContentTypeMustBeExactlyUrlencoded) {
+    EXPECT_EQ(CheckEnctypeMethod(), 1);
+    setenv("CONTENT_TYPE", "application/x-www-form-urlencoded", 1);
+    EXPECT_EQ(CheckEnctypeMethod(), 0);
+    setenv("CONTENT_TYPE", "application/x-www-form-urlencoded; charset=UTF-8", 1);
+    EXPECT_EQ(CheckEnctypeMethod(), 1);
+}
+
+TEST_F(Request, QueryPairsWithAndWithoutValues) {
+    get("a=1&b&c=");
+    ASSERT_EQ(GET_parser(list.data(), "X_PAGE"), 0);
+    EXPECT_EQ(pairs(list), (Strings{"a=1", "b=(null)", "c="}));
+}
+
+TEST_F(Request, EmptyOrMissingQuery) {
+    get("");
+    EXPECT_EQ(GET_parser(list.data(), "X_PAGE"), 0);
+    EXPECT_TRUE(pairs(list).empty());
+    unsetenv("QUERY_STRING");
+    list[0].name = const_cast<char *>("stale");
+    EXPECT_EQ(GET_parser(list.data(), "X_PAGE"), 0);
+    EXPECT_TRUE(pairs(list).empty());
+}
+
+TEST_F(Request, GetParserRefusesOtherMethods) {
+    setenv("REQUEST_METHOD", "GETX", 1);
+    EXPECT_EQ(GET_parser(list.data(), "X_PAGE"), -1);
+    EXPECT_STREQ(POST_errmsg, "This script should be referenced with a METHOD GET.\n");
+}
+
+TEST_F(Request, PathInfoAloneNamesThePageAndCarriesPairs) {
+    get(nullptr);
+    setenv("PATH_INFO", "/p.html&k=v&m=%41", 1);
+    GET_parser(list.data(), "X_PAGE");
+    EXPECT_EQ(pairs(list), (Strings{"X_PAGE=/p.html", "k=v", "m=A"}));
+    GET_path(list.data(), "X_PAGE");
+    EXPECT_EQ(pairs(list), (Strings{"X_PAGE=/p.html&k=v&m=%41", "k=v", "m=A"}));
+}
+
+TEST_F(Request, PathInfoIsAppendedOrReplacesThePagePair) {
+    get("a=1");
+    setenv("PATH_INFO", "/p.html", 1);
+    GET_parser(list.data(), "X_PAGE");
+    GET_path(list.data(), "X_PAGE");
+    EXPECT_EQ(pairs(list), (Strings{"a=1", "X_PAGE=/p.html"}));
+
+    get("X_PAGE=/other.html&b=2");
+    GET_parser(list.data(), "X_PAGE");
+    GET_path(list.data(), "X_PAGE");
+    EXPECT_EQ(pairs(list), (Strings{"X_PAGE=/p.html", "b=2"}));
+}
+
+TEST_F(Request, GetPathOnEmptyList) {
+    unsetenv("PATH_INFO");
+    list[0] = entry{nullptr, nullptr};
+    EXPECT_EQ(GET_path(list.data(), "X_PAGE"), 0);
+    EXPECT_TRUE(pairs(list).empty());
+    setenv("PATH_INFO", "/x", 1);
+    GET_path(list.data(), "X_PAGE");
+    EXPECT_EQ(pairs(list), (Strings{"X_PAGE=/x"}));
+}
+
+TEST_F(Request, TenThousandPairsKeepTheFirst9999) {
+    std::string q;
+    for (int i = 0; i < 10000; ++i) q += "p" + std::to_string(i) + "=" + std::to_string(i) + "&";
+    get(q.c_str());
+    GET_parser(list.data(), "X_PAGE");
+    auto got = pairs(list);
+    ASSERT_EQ(got.size(), 9999u);
+    EXPECT_EQ(got.back(), "p9998=9998");
+    EXPECT_EQ(list[9999].name, nullptr);
+
+    // A full list leaves no room for the page pair.
+    setenv("PATH_INFO", "/p.html", 1);
+    GET_path(list.data(), "X_PAGE");
+    EXPECT_EQ(pairs(list).size(), 9999u);
+    EXPECT_EQ(list[9999].name, nullptr);
+}
+
+TEST_F(Request, PostReadsNoMoreThanTheLength) {
+    post("a=1&b=2&c=3", "7");
+    POST_parser(list.data());
+    EXPECT_EQ(pairs(list), (Strings{"a=1", "b=2"}));
+    EXPECT_EQ(getchar(), '&');  // the rest is left unread
+}
+
+TEST_F(Request, PostWithoutLengthReadsNothing) {
+    post("a=1", "");
+    EXPECT_EQ(POST_parser(list.data()), 0);
+    EXPECT_TRUE(pairs(list).empty());
+    EXPECT_EQ(getchar(), 'a');
+}
+
+TEST_F(Request, CutPostKeepsTheEofByte) {
+    post("a=1&b=2", "100");
+    POST_parser(list.data());
+    EXPECT_EQ(pairs(list), (Strings{"a=1", "b=2\xff"}));
+}
+
+TEST_F(Request, PostRefusesWrongMethodOrType) {
+    post("a=1");
+    setenv("REQUEST_METHOD", "GET", 1);
+    EXPECT_EQ(POST_parser(list.data()), -1);
+    EXPECT_STREQ(POST_errmsg, "This script should be referenced with a METHOD of POST.\n");
+    setenv("REQUEST_METHOD", "POST", 1);
+    setenv("CONTENT_TYPE", "text/plain", 1);
+    EXPECT_EQ(POST_parser(list.data()), -1);
+    EXPECT_STREQ(POST_errmsg, "This script can only be used to decode form results. \n");
+}
+
+TEST_F(Request, PostOf10000PairsKeepsTheFirst9999) {
+    std::string data;
+    for (int i = 0; i < 10000; ++i) data += (i ? "&v" : "v") + std::to_string(i) + "=x";
+    post(data);
+    POST_parser(list.data());
+    auto got = pairs(list);
+    ASSERT_EQ(got.size(), 9999u);
+    EXPECT_EQ(got.back(), "v9998=x");
+}
+
+}  // namespace
