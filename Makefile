@@ -2,50 +2,71 @@
 # make test   build the release and the sanitizer builds and run every test in both
 # make demo   serve the example site under lighttpd on 127.0.0.1
 # make bench  build and run the benchmarks
+#
+# Each target first installs, with apt-get, the Debian packages it needs and
+# the machine lacks.
 
 SHELL := /bin/bash
 JOBS ?= 2
+BUILD ?= build
+ASAN ?= build-asan
+SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: all build asan test demo bench deps clean
+# Packages as "WHAT:PACKAGE": WHAT is a command, or a file when it begins with "/".
+BUILD_PKGS := g++:g++ cmake:cmake ninja:ninja-build \
+              /usr/include/gtest/gtest.h:libgtest-dev \
+              /usr/include/benchmark/benchmark.h:libbenchmark-dev
+RUN_PKGS := python3:python3 /usr/sbin/lighttpd:lighttpd
+
+.PHONY: all build asan test demo bench deps build-deps run-deps clean
 
 all: build
 
-# Installs the build and test tools on a fresh Debian machine.
-deps:
+define install
 	@missing=""; \
-	for t in g++:g++ cmake:cmake ninja:ninja-build python3:python3 curl:curl lighttpd:lighttpd; do \
-	  command -v $${t%%:*} >/dev/null 2>&1 || missing="$$missing $${t#*:}"; \
+	for t in $(1); do \
+	  what=$${t%%:*}; \
+	  if [[ $$what == /* ]]; then [ -e "$$what" ]; else command -v "$$what" >/dev/null; fi \
+	    || missing="$$missing $${t#*:}"; \
 	done; \
-	[ -f /usr/include/gtest/gtest.h ] || missing="$$missing libgtest-dev"; \
-	[ -f /usr/include/benchmark/benchmark.h ] || missing="$$missing libbenchmark-dev"; \
 	if [ -n "$$missing" ]; then \
 	  echo "installing:$$missing"; \
-	  apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $$missing; \
+	  $(SUDO) apt-get update -qq && \
+	  $(SUDO) env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $$missing; \
 	fi
+endef
 
-build/build.ninja:
-	cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTOLM_BENCH=ON
+build-deps:
+	$(call install,$(BUILD_PKGS))
 
-build-asan/build.ninja:
-	cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DTOLM_SANITIZE=ON
+run-deps:
+	$(call install,$(RUN_PKGS))
 
-build: build/build.ninja
-	cmake --build build -j $(JOBS)
+deps: build-deps run-deps
 
-asan: build-asan/build.ninja
-	cmake --build build-asan -j $(JOBS)
+$(BUILD)/build.ninja: | build-deps
+	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTOLM_BENCH=ON
+
+$(ASAN)/build.ninja: | build-deps
+	cmake -S . -B $(ASAN) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DTOLM_SANITIZE=ON
+
+build: $(BUILD)/build.ninja
+	cmake --build $(BUILD) -j $(JOBS)
+
+asan: $(ASAN)/build.ninja
+	cmake --build $(ASAN) -j $(JOBS)
 
 test: deps
 	$(MAKE) build asan
-	cd build && ctest -j $(JOBS) --output-on-failure
-	cd build-asan && ASAN_OPTIONS=detect_leaks=0 UBSAN_OPTIONS=print_stacktrace=1 \
+	cd $(BUILD) && ctest -j $(JOBS) --output-on-failure
+	cd $(ASAN) && ASAN_OPTIONS=detect_leaks=0 UBSAN_OPTIONS=print_stacktrace=1 \
 	  ctest -j $(JOBS) --output-on-failure
 
-demo: deps build
-	python3 examples/serve.py build/Tolm
+demo: run-deps build
+	python3 examples/serve.py $(BUILD)/Tolm
 
-bench: deps build
-	for b in build/bench/bench_*; do $$b --benchmark_min_time=0.2; done
+bench: build
+	for b in $(BUILD)/bench/bench_*; do $$b --benchmark_min_time=0.2; done
 
 clean:
-	rm -rf build build-asan
+	rm -rf $(BUILD) $(ASAN)

@@ -8,7 +8,8 @@ A case file holds sections, each opened by a line "--- KIND [ARG] [noeol]":
                  default page
   args           the command line after the program name, one word a line
                  (default: the default page)
-  env            NAME=value lines added to the environment
+  env            NAME=value lines added to the environment; a line -NAME
+                 removes NAME
   stdin          the standard input
   before, after  shell commands run in the scratch directory around the run
   expect         the exact standard output
@@ -19,7 +20,8 @@ A case file holds sections, each opened by a line "--- KIND [ARG] [noeol]":
 
 Lines before the first section are a description. Every section ends with
 the line break before the next one unless "noeol" is given. In every section
-{TMP} stands for the scratch directory and {CR} for a carriage return.
+{TMP} stands for the scratch directory, {CR} for a carriage return and
+{X:hh} for the single byte hh (also where it is not valid UTF-8).
 The run gets a clean environment: PATH, LANG=C, TZ=UTC, X_HOME and TMP_DIR
 set to the scratch directory, then the case's own variables.
 """

@@ -6,6 +6,7 @@
 #include "control/cond.h"
 
 #include <cctype>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -67,6 +68,18 @@ bool like(const char *b, const char *text) {
     return X_CMPpatt(patt, text) != -1;
 }
 
+// Pattern b against the value of variable name; false when it has none. The
+// value is copied first: a bad pattern may run the error trap, which can
+// assign or clear the variable while its value is being matched.
+bool vlike(const char *name, const char *b) {
+    const char *v = X_get_value(name);
+    if (!v) return false;
+    char *text = strdup(v);
+    bool r = text && like(b, text);
+    free(text);
+    return r;
+}
+
 // Days per month for the date check; February always allows 29.
 constexpr int month_days[12] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
 
@@ -76,15 +89,9 @@ constexpr int month_days[12] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
 int X_user_cmp(const char *a, const char *b, const char *op) {
     X_TRACE("X_user_cmp( %s, %s, %s )", a, op, b);
     if (!strcmp(op, "like")) return like(b, a) ? 0 : -1;
-    if (!strcmp(op, "vlike")) {
-        const char *v = X_get_value(a);
-        return v && like(b, v) ? 0 : -1;
-    }
+    if (!strcmp(op, "vlike")) return vlike(a, b) ? 0 : -1;
     if (!strcmp(op, "!like")) return like(b, a) ? -1 : 0;
-    if (!strcmp(op, "!vlike")) {
-        const char *v = X_get_value(a);
-        return !v || !like(b, v) ? 0 : -1;
-    }
+    if (!strcmp(op, "!vlike")) return vlike(a, b) ? -1 : 0;
     Rel rel = relation(op);
     if (rel == NONE) {
         ERRMSG("Unknown CMP operator: %s \n", op);

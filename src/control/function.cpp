@@ -199,6 +199,7 @@ int too_deep(const char *text) {
 
 int X_function(X_FILE *fp, char *buff, int compile, int ignore) {
     if (!has_prefix(buff, "<@function>")) return -1;
+    X_TRACE("X_function: {%s} compile: %d ignore: %d \n", buff, compile, ignore);
     if (!ignore) define(fp, buff, compile);
     // The body is not run now: pass over it to its <@end>.
     X_notfound(fp, ignore ? compile : 0, 1);

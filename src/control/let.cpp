@@ -117,14 +117,14 @@ void start_text(char *name, char *value, int *len) {
 }
 
 // Appends a piece of a source variable named by "source:from:to".
-void append_source(char *spec, char *value, int *len) {
+void append_source(char *source, char *value, int *len) {
     long from = 0, to = 0;
-    if (char *colon = strchr(spec, ':')) {
+    if (char *colon = strchr(source, ':')) {
         *colon = 0;
         from = number(colon + 1);
         if (const char *second = strchr(colon + 1, ':')) to = number(second + 1);
     }
-    const char *src = X_get_value(spec);
+    const char *src = X_get_value(source);
     if (!src) return;
     size_t n = strlen(src);
     if (from > 0 && (size_t)from < n) {

@@ -88,6 +88,7 @@ bool reassigned(const char *name, const X_USER *orig, const char *shown) {
 
 int X_while(X_FILE *fp, char *buff, int compile, int ignore) {
     if (!has_prefix(buff, "<@while>")) return -1;
+    X_TRACE("X_while: {%s} compile: %d ignore: %d \n", buff, compile, ignore);
     if (ignore) {
         X_notfound(fp, compile, 1);
         return 0;

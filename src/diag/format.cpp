@@ -85,11 +85,11 @@ int X_format(char *out, int size, const char *fmt, const X_fmtarg *args, int nar
             continue;
         }
         // Rebuild the directive from its checked parts only.
-        char spec[32];
+        char directive[32];
         int sl = 0;
-        spec[sl++] = '%';
+        directive[sl++] = '%';
         while (*d && strchr("-+ #0", *d)) {
-            if (sl < 8) spec[sl++] = *d;
+            if (sl < 8) directive[sl++] = *d;
             d++;
         }
         int width = read_number(d, args, nargs, next);
@@ -109,7 +109,7 @@ int X_format(char *out, int size, const char *fmt, const X_fmtarg *args, int nar
         int n = 0;
         char s[48];
         int l = sl;
-        memcpy(s, spec, l);
+        memcpy(s, directive, l);
         l += snprintf(s + l, sizeof s - l, "%d", width);
         if (prec >= 0) l += snprintf(s + l, sizeof s - l, ".%d", prec);
         switch (conv) {
@@ -152,7 +152,7 @@ int X_format(char *out, int size, const char *fmt, const X_fmtarg *args, int nar
             int tl = static_cast<int>(strlen(text));
             if (prec >= 0 && tl > prec) tl = prec;
             int pad = width > tl ? width - tl : 0;
-            bool left = memchr(spec, '-', sl) != nullptr;
+            bool left = memchr(directive, '-', sl) != nullptr;
             if (!left) for (int i = 0; i < pad; i++) sink.put(" ", 1);
             sink.put(text, tl);
             if (left) for (int i = 0; i < pad; i++) sink.put(" ", 1);

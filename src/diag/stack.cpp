@@ -1,6 +1,5 @@
 // Stack guard for the recursion of pages, blocks, calls and references.
 #include <cstdint>
-#include <sys/resource.h>
 
 #include "diag/diag.h"
 
@@ -12,9 +11,13 @@ void X_stack_base(void *b) {
     base = reinterpret_cast<uintptr_t>(b);
 }
 
+// A quarter of the stack, at most 8 MiB, stays free for an error trap and
+// the error page that may run once the limit is reached.
 void X_stack_size(long bytes) {
-    constexpr long margin = 8L << 20;  // left for an error trap and the error page
-    if (bytes > 2 * margin) limit = bytes - margin;
+    if (bytes <= 0) return;
+    long margin = bytes / 4;
+    if (margin > (8L << 20)) margin = 8L << 20;
+    limit = static_cast<uintptr_t>(bytes - margin);
 }
 
 int X_stack_low() {

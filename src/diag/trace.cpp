@@ -27,17 +27,18 @@ int PrintTM(FILE *fp) {
     return 0;
 }
 
+// A path that does not fit is never tested or opened in a cut form.
 static bool marker(const char *name) {
-    char path[1024];
-    snprintf(path, sizeof path, "%s/%s", X_HOME, name);
-    return access(path, 0) == 0;
+    char path[4096];
+    int n = snprintf(path, sizeof path, "%s/%s", X_HOME, name);
+    return n > 0 && n < static_cast<int>(sizeof path) && access(path, 0) == 0;
 }
 
 static FILE *open_log(const char *name, const char *mode) {
-    char path[1024];
-    snprintf(path, sizeof path, "%s/%s.%d", TMP_DIR ? TMP_DIR : "/tmp", name,
-             static_cast<int>(getpid()));
-    return fopen(path, mode);
+    char path[4096];
+    int n = snprintf(path, sizeof path, "%s/%s.%d", TMP_DIR ? TMP_DIR : "/tmp", name,
+                     static_cast<int>(getpid()));
+    return n > 0 && n < static_cast<int>(sizeof path) ? fopen(path, mode) : nullptr;
 }
 
 // Writes one trace record; the first call picks the mode from the markers.

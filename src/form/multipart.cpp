@@ -118,10 +118,11 @@ static char *file_value(Body *b, const char *tmp, int i, bool *broken) {
         getLine(b->line, LINESIZE, b->in);
         return nullptr;
     }
+    // The base holds no slash and the "..PID.index" tail follows it, so the
+    // path always names a plain file in tmp; one that does not fit is not made.
     char path[4096];
     int len = snprintf(path, sizeof path, "%s/%s..%d.%d", tmp, base, getpid(), i);
-    // "." and ".." are no file names; a path that does not fit is not made.
-    bool keep = strcmp(base, ".") && strcmp(base, "..") && len < static_cast<int>(sizeof path);
+    bool keep = len < static_cast<int>(sizeof path);
     char *val = keep ? strdup(path) : nullptr;
     FILE *out = keep ? fopen(path, "w") : nullptr;
     skip_headers(b);

@@ -91,17 +91,17 @@ int getLine(char *s, int n, FILE *f) {
 }
 
 // Puts a backslash before every shell metacharacter, in place; cmd must have
-// room for the added backslashes.
+// room for the added backslashes. Filled from the end, so every character
+// moves once however many metacharacters there are.
 void escape_shell_cmd(char *cmd) {
     static constexpr char meta[] = "&;`'\"|*?~<>^()[]{}$\\";
-    size_t len = strlen(cmd);
-    for (size_t x = 0; x < len; ++x) {
-        if (strchr(meta, cmd[x])) {
-            memmove(cmd + x + 1, cmd + x, len - x + 1);
-            cmd[x] = '\\';
-            ++x;
-            ++len;
-        }
+    auto special = [](char c) { return c && strchr(meta, c); };
+    size_t len = strlen(cmd), extra = 0;
+    for (size_t x = 0; x < len; ++x) extra += special(cmd[x]);
+    cmd[len + extra] = '\0';
+    for (size_t x = len; x-- > 0;) {
+        cmd[x + extra] = cmd[x];
+        if (special(cmd[x])) cmd[x + --extra] = '\\';
     }
 }
 

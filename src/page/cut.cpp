@@ -1,30 +1,32 @@
 // Preparing page lines: comments out, control characters blanked, command
 // lines cut and joined over trailing backslashes.
+#include <cstdio>
 #include <cstring>
 
 #include "diag/diag.h"
 #include "page/page.h"
 
-// Removes "<@--" ... "--@>" comments from LINE (capacity CAP), reading
-// further lines of FILE into it while a comment runs on.
+// Removes "<@--" ... "--@>" comments from LINE (capacity CAP). While a
+// comment runs on, the next lines of FILE are read (2047 bytes at most a
+// read) until one closes it; what follows its "--@>" takes the comment's
+// place, cut to the room left in LINE.
 static void uncomment(X_FILE *file, char *line, size_t cap) {
     char *start;
     while ((start = strstr(line, "<@--")) != nullptr) {
         char *end = strstr(start + 4, "--@>");
-        if (!end) {
-            // The comment runs on: read lines over it until one closes it.
-            for (;;) {
-                size_t room = cap - (start - line);
-                int n = X_fgets(start, room < 2048 ? static_cast<int>(room) : 2048, file);
-                if (n == 0) {
-                    *start = 0;
-                    break;
-                }
-                if ((end = strstr(start, "--@>")) != nullptr) break;
-            }
-            if (!end) break;
+        if (end) {
+            memmove(start, end + 4, strlen(end + 4) + 1);
+            continue;
         }
-        memmove(start, end + 4, strlen(end + 4) + 1);
+        char more[2048];
+        do {
+            if (!X_fgets(more, sizeof more, file)) {
+                *start = 0;  // never closed: the rest of the page is comment
+                break;
+            }
+        } while ((end = strstr(more, "--@>")) == nullptr);
+        if (!end) break;
+        snprintf(start, cap - (start - line), "%s", end + 4);
     }
     if (line[strspn(line, " \t\r\n")] == 0) line[0] = 0;
 }
@@ -56,7 +58,9 @@ void cut_cmd(X_FILE *file, char *line) {
     if (len && line[len - 1] == '\\') {
         line[--len] = 0;
         char next[300];
-        while (X_fgets(next, sizeof next, file)) {
+        for (;;) {
+            // The command as it stands when the page ends.
+            if (!X_fgets(next, sizeof next, file)) return;
             if (strstr(next, "<@--")) uncomment(file, next, sizeof next);
             blank_controls(next);
             size_t nlen = strlen(next);

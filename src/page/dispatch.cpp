@@ -43,7 +43,7 @@ enum Kind {
     PLAIN,   // dispatch traces, honours ignore, passes the line
     COMPILE, // as PLAIN, the handler may change the run's compile flag
     BLOCK,   // skipped by dispatch under ignore, else reads its own body
-    SELF,    // decides for itself what ignore means
+    SELF,    // decides for itself what ignore means; traced unless nameless (if)
     QUIT,
     INCLUDE,
 };
@@ -90,24 +90,24 @@ constexpr Handler handlers[kMaxCode + 1] = {
     /* 23 */ {SELF, nullptr, nullptr, nullptr, X_if},
     /* 24 */ {SELF, nullptr, nullptr, nullptr, X_if},
     /* 25 */ {BLOCK, "X_function: {%s} compile: %d ignore: %d \n", nullptr, nullptr, X_function},
-    /* 26 */ {SELF, nullptr, call_self, nullptr, nullptr},
+    /* 26 */ {SELF, "X_call", call_self, nullptr, nullptr},
     /* 27 */ {PLAIN, "X_exec", X_exec, nullptr, nullptr},
     /* 28 */ {PLAIN, "X_return", X_return, nullptr, nullptr},
-    /* 29 */ {SELF, nullptr, nullptr, nullptr, X_sql},
-    /* 30 */ {SELF, nullptr, X_sqlexec, nullptr, nullptr},
+    /* 29 */ {SELF, "X_sql", nullptr, nullptr, X_sql},
+    /* 30 */ {SELF, "X_sqlexec", X_sqlexec, nullptr, nullptr},
     /* 31 */ {PLAIN, "X_io_fopen", X_io_fopen, nullptr, nullptr},
     /* 32 */ {PLAIN, "X_io_popen", X_io_popen, nullptr, nullptr},
     /* 33 */ {PLAIN, "X_io_fclose", X_io_fclose, nullptr, nullptr},
     /* 34 */ {PLAIN, "X_io_pclose", X_io_pclose, nullptr, nullptr},
     /* 35 */ {PLAIN, "X_io_fgets", X_io_fgets, nullptr, nullptr},
-    /* 36 */ {SELF, nullptr, X_io_fputs, nullptr, nullptr},
+    /* 36 */ {SELF, "X_io_fputs", X_io_fputs, nullptr, nullptr},
     /* 37 */ {PLAIN, "X_io_fseek", X_io_fseek, nullptr, nullptr},
     /* 38 */ {PLAIN, "X_shmat", X_shmat, nullptr, nullptr},
     /* 39 */ {PLAIN, "X_shmdt", X_shmdt, nullptr, nullptr},
     /* 40 */ {NONE, nullptr, nullptr, nullptr, nullptr},
-    /* 41 */ {SELF, nullptr, X_io_fputs, nullptr, nullptr},
-    /* 42 */ {SELF, nullptr, nullptr, nullptr, X_sql},
-    /* 43 */ {SELF, nullptr, X_sqlexec, nullptr, nullptr},
+    /* 41 */ {SELF, "X_io_fputs", X_io_fputs, nullptr, nullptr},
+    /* 42 */ {SELF, "X_sql", nullptr, nullptr, X_sql},
+    /* 43 */ {SELF, "X_sqlexec", X_sqlexec, nullptr, nullptr},
     /* 44 */ {PLAIN, "X_vset", X_vset, nullptr, nullptr},
     /* 45 */ {PLAIN, "X_vadd", X_vadd, nullptr, nullptr},
 };
@@ -157,6 +157,7 @@ int run(const Handler &h, X_FILE *fp, char *buff, int *compile, int ignore) {
         r = h.block(fp, buff, *compile, 0);
         break;
     case SELF:
+        if (h.name) X_TRACE("%s: buff= %s; compile= %d ignore: %d \n", h.name, buff, *compile, ignore);
         r = h.block ? h.block(fp, buff, *compile, ignore) : h.plain(buff, *compile, ignore);
         break;
     case QUIT:

@@ -2,8 +2,12 @@
 #include "page/page.h"
 #include "subst/args.h"
 
+X_OPEN *X_stdout_row;
+
 FILE *X_out() {
-    return X_stdout ? X_stdout : X_fp ? X_fp : stdout;
+    bool closed = X_stdout_row && X_stdout_row->fp != X_stdout;
+    if (X_stdout && !closed) return X_stdout;
+    return X_fp ? X_fp : stdout;
 }
 
 int X_fflush(FILE *stream) {

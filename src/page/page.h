@@ -14,3 +14,9 @@ int X_quit(char *line, int compile, int ignore);
 int X_putchar(int ch);
 int X_fflush(FILE *stream);
 FILE *X_out();  // the current output stream: X_stdout, X_fp or stdout
+
+// The stream-table row whose stream an <@xfile> block has put in X_stdout,
+// NULL while no such block runs (or a <@file> block inside it does). When
+// the page closes that row's stream inside the block, X_out no longer
+// hands out the closed stream: output falls back as if X_stdout were unset.
+extern X_OPEN *X_stdout_row;

@@ -28,9 +28,11 @@ int X_fgets(char *buff, int size, X_FILE *file) {
 }
 
 // The cached image of PATH if the file is unchanged since it was loaded.
+// Paths are told apart by the part an image keeps of them, so a long path
+// finds its image again.
 static X_FILE *cached(const char *path, const struct stat &st) {
     for (X_FILE *f = x_BUFFERS.files; f; f = f->next)
-        if (strncmp(f->path, path, sizeof f->path) == 0 && f->stat.st_size == st.st_size &&
+        if (strncmp(f->path, path, sizeof f->path - 1) == 0 && f->stat.st_size == st.st_size &&
             f->stat.st_mtime == st.st_mtime)
             return f;
     return nullptr;
@@ -54,7 +56,7 @@ static X_FILE *load(const char *path, const struct stat &st) {
     f->offset = 0;
     f->size = size;
     f->stat = st;
-    strncpy(f->path, path, sizeof f->path - 1);
+    snprintf(f->path, sizeof f->path, "%s", path);
     f->next = x_BUFFERS.files;
     x_BUFFERS.files = f;
     X_TRACE("File SIZE: %d\n", static_cast<int>(size));

@@ -88,10 +88,15 @@ static bool find_site(const char *key, int shell, SiteLine *s) {
     return matched;
 }
 
+static bool is_regular(const char *path) {
+    struct stat st;
+    return !stat(path, &st) && S_ISREG(st.st_mode);
+}
+
+// The same, with the trace of the page checks.
 static bool regular_file(const char *path) {
     X_TRACE("regular_file: %s ==> ? \n", path);
-    struct stat st;
-    if (stat(path, &st) || !S_ISREG(st.st_mode)) return false;
+    if (!is_regular(path)) return false;
     X_TRACE("regular_file: %s ==> OK.\n", path);
     return true;
 }
@@ -225,7 +230,10 @@ int X_check_name(const char *root, const char *var) {
     trim_dots(fname);
     X_TRACE(" trim /./ ==> fname: %s for root: %s \n", fname.c_str(), root);
 
-    if (!within_root(fname, rootlen + 1))
+    // The walk starts behind the root's closing slash: the root's own when
+    // it ends in one (x.config may say "/www/"), else the one that follows.
+    size_t start = rootlen > 1 && root[rootlen - 1] == '/' ? rootlen : rootlen + 1;
+    if (!within_root(fname, start))
         ERRMSG("Invalid (not matching root level: %s) %s value: %s \n", root, var, value.c_str());
     if (!regular_file(fname.c_str()))
         ERRMSG("Invalid (not existing/regular file: %s) %s value: %s \n", fname.c_str(), var,
@@ -250,7 +258,7 @@ int X_default_names(const char *root) {
     std::string error(X_PAGE);
     size_t slash = error.rfind('/');
     error = slash == std::string::npos ? "x.error" : error.substr(0, slash) + "/x.error";
-    if (!regular_file(error.c_str())) return 0;
+    if (!is_regular(error.c_str())) return 0;  // looked for without a trace
     X_put_value("X_ERROR", error.c_str());
     X_ERROR = X_get_value("X_ERROR");
     X_TRACE("def: X_ERROR: %s", X_ERROR);

@@ -28,8 +28,9 @@ void X_exit(int status) {
     X_TRACE("X_exit( %d );", status);
     X_finish();
     char tmp[4096];
-    snprintf(tmp, sizeof tmp, "%s/X.%d", TMP_DIR ? TMP_DIR : "/tmp", static_cast<int>(getpid()));
-    unlink(tmp);
+    int n = snprintf(tmp, sizeof tmp, "%s/X.%d", TMP_DIR ? TMP_DIR : "/tmp",
+                     static_cast<int>(getpid()));
+    if (n < static_cast<int>(sizeof tmp)) unlink(tmp);  // never a cut path
     X_TRACE("X_exit: exit...");
     fflush(stdout);
     exit(status);

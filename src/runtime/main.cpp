@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <malloc.h>
 #include <pthread.h>
+#include <sys/resource.h>
 
 #include "diag/diag.h"
 #include "form/form.h"
@@ -88,10 +89,13 @@ int main(int argc, char **argv) {
     pthread_attr_setstacksize(&attr, kStack);
     pthread_t t;
     if (pthread_create(&t, &attr, interpreter, &args) != 0) {
-        // No room for a big stack: run on this one with the default guard.
+        // No room for a big stack: run on this one, guarded by its limit.
         pthread_sigmask(SIG_SETMASK, &old, nullptr);
         int probe;
         X_stack_base(&probe);
+        rlimit rl;
+        if (getrlimit(RLIMIT_STACK, &rl) == 0 && rl.rlim_cur != RLIM_INFINITY)
+            X_stack_size(static_cast<long>(rl.rlim_cur));
         run(argc, argv);
     }
     pthread_join(t, nullptr);

@@ -33,35 +33,45 @@ int X_start() {
     return 0;
 }
 
-// Finds X_HOME, loads its x.env into the environment and settles TMP_DIR.
-int X_env() {
-    static char home_dir[] = ".";
-    static const char *const homes[] = {"/Tolm", "/etc/Tolm", "/opt/Tolm", "/apps/Tolm"};
-    char path[4096];
-    X_HOME = getenv("X_HOME");
-    if (!X_HOME) {
-        X_HOME = home_dir;
-        for (const char *h : homes) {
-            snprintf(path, sizeof path, "%s/x.config", h);
-            if (access(path, F_OK) == 0) {
-                X_HOME = const_cast<char *>(h);
-                break;
-            }
-        }
+// The home of x.config: $X_HOME, else the first of the usual directories
+// that holds an x.config, else the current directory.
+static char *find_home() {
+    static char here[] = ".";
+    static char homes[][16] = {"/Tolm", "/etc/Tolm", "/opt/Tolm", "/apps/Tolm"};
+    if (char *home = getenv("X_HOME")) return home;
+    for (char *h : homes) {
+        char path[80];
+        snprintf(path, sizeof path, "%s/x.config", h);
+        if (access(path, F_OK) == 0) return h;
     }
-    snprintf(path, sizeof path, "%s/x.env", X_HOME);
-    if (FILE *f = fopen(path, "r")) {
-        char line[3000];
-        while (fgets(line, sizeof line, f)) {
-            if (line[0] == '#' || !strchr(line, '=')) continue;
-            int len = static_cast<int>(strlen(line));
-            if (len && line[len - 1] == '\n') line[--len] = 0;
-            if (static_cast<int>(sizeof buff_env) - env_used <= len) continue;
-            char *slot = buff_env + env_used;
-            memcpy(slot, line, len + 1);
-            putenv(slot);
-            env_used += len + 2;
-        }
+    return here;
+}
+
+// Puts each NAME=value line of F into the environment. The texts live in
+// buff_env; a line that no longer fits is skipped, and each takes its
+// length plus two bytes of the arena.
+static void load_env(FILE *f) {
+    char line[3000];
+    while (fgets(line, sizeof line, f)) {
+        if (line[0] == '#' || !strchr(line, '=')) continue;
+        int len = static_cast<int>(strlen(line));
+        if (len && line[len - 1] == '\n') line[--len] = 0;
+        if (static_cast<int>(sizeof buff_env) - env_used <= len) continue;
+        char *slot = buff_env + env_used;
+        memcpy(slot, line, len + 1);
+        putenv(slot);
+        env_used += len + 2;
+    }
+}
+
+// Finds X_HOME, loads its x.env into the environment and settles TMP_DIR
+// (default /tmp, exported when the arena has room for it).
+int X_env() {
+    X_HOME = find_home();
+    char path[4096];
+    int n = snprintf(path, sizeof path, "%s/x.env", X_HOME);
+    if (FILE *f = n < static_cast<int>(sizeof path) ? fopen(path, "r") : nullptr) {
+        load_env(f);
         fclose(f);
     }
     TMP_DIR = getenv("TMP_DIR");

@@ -12,6 +12,8 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "control/patt.h"
 #include "diag/diag.h"
@@ -274,32 +276,39 @@ char *X_get_Mvalue(const char *name, unsigned n)
     return nullptr;
 }
 
-// Chains the non-fixed records of the subtree whose names match patt onto
-// *list. patt is writable; the matcher cuts it temporarily.
-static void collect(avl *node, char *patt, X_USER **list)
+// Copies the names of the non-fixed records of the subtree into names.
+static void gather(avl *node, std::vector<std::string> &names)
 {
     if (!node)
         return;
-    collect(node->left, patt, list);
-    X_USER *u = user_of(node);
-    if (u->fixed == 0 && X_CMPpatt(patt, static_cast<const char *>(node->key)) != -1) {
-        u->next = *list;
-        *list = u;
-    }
-    collect(node->right, patt, list);
+    gather(node->left, names);
+    if (user_of(node)->fixed == 0)
+        names.emplace_back(static_cast<const char *>(node->key));
+    gather(node->right, names);
 }
 
 // The matching non-fixed records of a subtree chained through next, or null.
+// Matching may report an error whose trap runs page code that changes the
+// tree, so names are matched from a copy and looked up again afterwards.
 X_USER *scan_tree(avl *subtree, const char *pattern)
 {
     if (!subtree || !pattern)
         return nullptr;
-    char *patt = strdup(pattern);
-    if (!patt)
-        return nullptr;
+    std::vector<std::string> names;
+    gather(subtree, names);
+    std::string patt(pattern);
+    std::vector<std::string> hits;
+    for (const std::string &name : names)
+        if (X_CMPpatt(patt.data(), name.c_str()) != -1)
+            hits.push_back(name);
     X_USER *list = nullptr;
-    collect(subtree, patt, &list);
-    free(patt);
+    for (const std::string &name : hits) {
+        X_USER *u = X_find_user(name.c_str());
+        if (u && u->fixed == 0) {
+            u->next = list;
+            list = u;
+        }
+    }
     return list;
 }
 

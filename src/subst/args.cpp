@@ -192,24 +192,24 @@ int strcut(const char *fname, const char *args)
     return 0;
 }
 
-// Replaces in place, in variable name's value, every spec[0] by spec[2];
-// spec must be three characters such as "a/b".
+// Replaces in place, in variable name's value, every map[0] by map[2];
+// map must be three characters such as "a/b".
 int chchar(const char *fname, const char *args)
 {
     if (strcmp(fname, "chchar") != 0)
         return -1;
     X_TRACE("chchar: fname= %s args= %s \n", fname, args);
-    char name[100], spec[100];
-    two_args(args, name, spec);
-    X_TRACE("cutstr: name= [%s] str= [%s] \n", name, spec);
+    char name[100], map[100];
+    two_args(args, name, map);
+    X_TRACE("cutstr: name= [%s] str= [%s] \n", name, map);
     char *value = X_get_value(name);
     if (!value)
         return 0;
-    if (strlen(spec) != 3)
+    if (strlen(map) != 3)
         return -1;
     for (char *p = value; *p; p++)
-        if (*p == spec[0])
-            *p = spec[2];
+        if (*p == map[0])
+            *p = map[2];
     return 0;
 }
 

@@ -28,8 +28,9 @@ void emit(FILE *f, const char *p, size_t n) {
 }
 
 // Scans S, writing into OUT (capacity CAP) or, with OUT NULL, to the stream.
+// The stream is looked up at every write: a value function may run page
+// code that redirects the output or closes a stream.
 void scan(const char *s, char *out, size_t cap, int compile) {
-    FILE *f = out ? nullptr : X_out();
     size_t o = 0;
     const char *lit = s;
     auto literal = [&](const char *end) {
@@ -38,8 +39,8 @@ void scan(const char *s, char *out, size_t cap, int compile) {
             if (n > cap - 1 - o) n = cap - 1 - o;
             memcpy(out + o, lit, n);
             o += n;
-        } else if (f && n) {
-            emit(f, lit, n);
+        } else if (n) {
+            emit(X_out(), lit, n);
         }
     };
     while (const char *d = strchr(s, '$')) {
@@ -76,7 +77,7 @@ void scan(const char *s, char *out, size_t cap, int compile) {
     }
     literal(s + strlen(s));
     if (out) out[o] = 0;
-    else X_fflush(f);
+    else X_fflush(X_out());
 }
 
 }  // namespace

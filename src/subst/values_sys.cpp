@@ -61,18 +61,19 @@ int row_eval(const char *, const char *arg, char *out)
 }
 
 // call:ARGS, the first word of what the page function returns when run as
-// "<@call> ARGS".
+// "<@call> ARGS". The return buffer starts out holding the command text, so
+// a function that returns nothing leaves it there and the value is the
+// first word of the command, "<@call>".
 int row_call(const char *, const char *arg, char *out)
 {
     char cmd[X_MAXLINE];
     char ret[X_MAXLINE];
     snprintf(cmd, sizeof cmd, "<@call> %s", arg);
-    X_TRACE("==> call: CALL: [%s] ", cmd);
-    ret[0] = 0;
+    snprintf(ret, sizeof ret, "%s", cmd);
+    X_TRACE("==> call: CALL: [%s] ", ret);
     X_call(cmd, 1, 0, ret);
     ret[X_MAXLINE - 1] = 0;
     X_TRACE("==> call: OUTPUT: [%s] ", ret);
-    cmd[0] = 0;
     X_arg_string(ret, cmd);
     return value_emit(cmd, out);
 }

@@ -178,8 +178,6 @@ int X_replace(char *cmd, int compile, int ignore)
         to[0] = 0;
     if (!has_to || !a.value[0])
         ERRMSG("Bad syntax in REPLACE: %s ...", a.text);
-    if (!a.value[0])
-        return 0;
 
     const char *old = X_get_value(a.name);
     if (!old) {
@@ -187,6 +185,9 @@ int X_replace(char *cmd, int compile, int ignore)
         return 0;
     }
     X_TRACE("X_replace: NAME: [%s] VAL: [%s] replace: [%s] by: [%s]", a.name, old, a.value, to);
+    // An empty FROM would match at every position: the value stays.
+    if (!a.value[0])
+        return 0;
     // The argument text is no longer needed: the new value is built there.
     replace_all(old, a.value, to, a.text);
     int rc = X_put_value(a.name, a.text);

@@ -38,13 +38,18 @@ size_t page_size()
 }
 
 // Attaches segment id in front of a read-only zero page and records the
-// whole mapping for row. NULL when either mapping cannot be made.
-char *map_segment(int id, int row)
+// whole mapping for row. NULL when the window of len bytes at offset does
+// not lie inside the segment (a negative offset or len included), or when a
+// mapping fails: a variable never reaches outside its segment.
+char *map_segment(int id, int row, long offset, int len)
 {
     shmid_ds ds;
     if (shmctl(id, IPC_STAT, &ds) != 0) return nullptr;
     size_t page = page_size();
     size_t body = (ds.shm_segsz + page - 1) / page * page;
+    if (offset < 0 || len < 0 || (size_t)offset > ds.shm_segsz ||
+        (size_t)len > ds.shm_segsz - (size_t)offset)
+        return nullptr;
     void *area = mmap(nullptr, body + page, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (area == MAP_FAILED) return nullptr;
     void *at = shmat(id, area, SHM_REMAP);
@@ -102,9 +107,7 @@ int attach(const char *name, long key, long size, long offset, int16_t len)
 
     int id = shmget((key_t)key, (size_t)size, IPC_CREAT | 0777);
     if (id < 0) return fail("## Cannot get SHM...");
-    if (offset < 0 || len < 0 || offset > size || len > size - offset)
-        return fail("## Wrong SHM offset or length...");
-    char *at = map_segment(id, row);
+    char *at = map_segment(id, row, offset, len);
     if (!at) return fail("## Cannot attach SHM...");
     x_SHM[row].shm = at;
 
@@ -123,7 +126,7 @@ int attach(const char *name, long key, long size, long offset, int16_t len)
 }  // namespace
 
 // NAME KEY SIZE OFFSET LEN [STATUS]. The window OFFSET..OFFSET+LEN must lie
-// inside the SIZE bytes of the segment; LEN is taken as a 16-bit number.
+// inside the segment; LEN is taken as a 16-bit number.
 int X_shmat(char *line, int compile, int ignore)
 {
     if (!X_has_tag(line, "<@shmat>")) return -1;

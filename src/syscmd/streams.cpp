@@ -11,6 +11,15 @@
 #include "subst/subst.h"
 #include "syscmd/argcut.h"
 
+// How often each row of the stream table was closed: a block that saved a
+// row's stream can tell whether it is still the stream it saved.
+static unsigned closes[X_NOPEN];
+
+unsigned X_stream_closes(const X_OPEN *row)
+{
+    return closes[row - x_OPEN];
+}
+
 namespace {
 
 constexpr int SHORT = 1000;     // scratch of one argument of the short commands
@@ -50,6 +59,7 @@ int open_row(const char *rest, const char *line, int compile, bool pipe)
 
 // NAME [STATUS]: closes the first row of that name with fclose or, when
 // pipe is set, pclose, whatever opened it; the close's own result is ignored.
+// Output that went to the closed stream falls back to the page's.
 int close_row(const char *rest, const char *line, int compile, bool pipe)
 {
     char text[X_MAXLINE];
@@ -63,10 +73,15 @@ int close_row(const char *rest, const char *line, int compile, bool pipe)
 
     X_OPEN *row = X_find_stream(name);
     if (!row) return X_set_status(status, -1);
+    // Page output must never go on into the closed stream, nor into a later
+    // stream that happens to get the same address.
+    if (row->fp == X_stdout) X_stdout = nullptr;
+    if (row->fp == X_fp) X_fp = nullptr;
     if (pipe)
         pclose(row->fp);
     else
         fclose(row->fp);
+    closes[row - x_OPEN]++;
     row->fp = nullptr;
     row->name[0] = '\0';
     return X_set_status(status, 0);

@@ -10,4 +10,5 @@ int X_io_pclose(char *line, int compile, int ignore);
 int X_io_fgets(char *line, int compile, int ignore);
 int X_io_fputs(char *line, int compile, int ignore);
 int X_io_fseek(char *line, int compile, int ignore);
-X_OPEN *X_find_stream(const char *name);  // first open row of that name, or NULL
+X_OPEN *X_find_stream(const char *name);
+unsigned X_stream_closes(const X_OPEN *row);  // closes of that row so far  // first open row of that name, or NULL

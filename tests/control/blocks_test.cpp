@@ -101,20 +101,6 @@ protected:
     FILE *capture = nullptr;
 };
 
-TEST_F(Blocks, LinesOfOtherCommandsAreRefused) {
-    char line[X_MAXLINE] = "<@set> a b";
-    X_FILE *fp = image("");
-    EXPECT_EQ(X_if(fp, line, 1, 0), -1);
-    EXPECT_EQ(X_while(fp, line, 1, 0), -1);
-    EXPECT_EQ(X_function(fp, line, 1, 0), -1);
-    EXPECT_EQ(X_call(line, 1, 0, nullptr), -1);
-    EXPECT_EQ(X_return(line, 1, 0), -1);
-    EXPECT_EQ(X_File(fp, line, 1, 0), -1);
-    EXPECT_EQ(X_xFile(fp, line, 1, 0), -1);
-    strcpy(line, "<@iff> x");
-    EXPECT_EQ(X_if(fp, line, 1, 0), -1);
-}
-
 TEST_F(Blocks, WordLoopOverAMillionWordsIsLinearAndRestoresTheValue) {
     std::string big;
     for (int i = 0; i < 1000000; i++) big += "w" + std::to_string(i) + " ";
@@ -126,14 +112,6 @@ TEST_F(Blocks, WordLoopOverAMillionWordsIsLinearAndRestoresTheValue) {
     EXPECT_LT(secs, 30.0);
     EXPECT_EQ(out, "last " + big + "\n");
     EXPECT_EQ(X_find_user("big")->var.value, before);  // the same text, not a copy
-}
-
-TEST_F(Blocks, WordLoopShowsEachWord) {
-    X_put_value("csv", ",a,,b c,");
-    EXPECT_EQ(run("<@while> words csv ,\n[$(csv)]\n<@end>\n"), "[a]\n[b c]\n");
-    X_put_value("quoted", "x 'y z' [w]");
-    EXPECT_EQ(run("<@while> words quoted\n[$(quoted)]\n<@end>\n$(quoted)\n"),
-              "[x]\n[y z]\n[w]\nx 'y z' [w]\n");
 }
 
 TEST_F(Blocks, WordLoopBodyMayAssignTheLoopVariable) {
@@ -175,17 +153,6 @@ TEST_F(Blocks, ValueLoopShowsEachValueAndRestoresTheList) {
     EXPECT_EQ(X_get_Mvalue("v", 4), nullptr);
 }
 
-TEST_F(Blocks, ValueLoopWithoutAssignmentKeepsTheOriginalCells) {
-    X_put_value("cells", "a");
-    X_add_value("cells", "b");
-    X_USER *u = X_find_user("cells");
-    X_var first = u->var;
-    EXPECT_EQ(run("<@while> values cells\n<@if> cmp $(cells) == a <@break>\n<@end>\n"), "");
-    EXPECT_EQ(u->var.value, first.value);
-    EXPECT_EQ(u->var.next, first.next);
-    EXPECT_EQ(Continue + Break, 0);
-}
-
 TEST_F(Blocks, CallBindsShadowsAndRestores) {
     X_FILE *fp = image(
         "<@function> pair(a, b)\n"
@@ -222,21 +189,6 @@ TEST_F(Blocks, UnknownFunctionWithATrapEndsTheCallAtOnce) {
     EXPECT_EQ(Return, mine);
     EXPECT_STREQ(ret, "prepared");
     EXPECT_EQ(output(), "trapped: CALL: Unknown function name: nosuch \n\n");
-}
-
-TEST_F(Blocks, UnknownFunctionEndsTheRun) {
-    char line[X_MAXLINE] = "<@call> missing(1)";
-    EXPECT_FATAL(X_call(line, 1, 0, nullptr), "CALL: Unknown function name: missing");
-}
-
-TEST_F(Blocks, EndlessRecursionIsReportedNotOverflowed) {
-    run("<@function> again(n)\n<@call> again($(n))\n<@end>\n");
-    char line[X_MAXLINE] = "<@call> again(1)";
-    int here;
-    EXPECT_FATAL({
-        X_stack_base(&here);
-        X_call(line, 1, 0, nullptr);
-    }, "CALL: nesting too deep: again");
 }
 
 TEST_F(Blocks, DeeplyNestedIfsAreReportedNotOverflowed) {

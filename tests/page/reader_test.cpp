@@ -61,6 +61,15 @@ TEST(Reader, CommentsOnOneLineAndAcrossLines) {
     EXPECT_EQ(img.next(), "after\n");
 }
 
+TEST(Reader, ACommentOpenedLateInAContinuationLineStillCloses) {
+    // The comment starts near the end of the continuation buffer; the line
+    // that closes it is read whole, so its "--@>" is found.
+    std::string x(290, 'x');
+    Image img("<@set> a \\\n" + x + "<@-- c\nabcdefg--@> tail\nnext\n");
+    EXPECT_EQ(img.next(), "<@set> a " + x + " tail");
+    EXPECT_EQ(img.next(), "next\n");
+}
+
 TEST(Reader, AnUnclosedCommentSwallowsTheRest) {
     Image img("text <@-- never closed\nmore\nlines\n");
     EXPECT_EQ(img.next(), "text ");

