@@ -119,6 +119,14 @@ void value_expand(const char *ref, char *buf)
     X_transvalue(ref, buf);
 }
 
+int value_transform(const char *ref, char *out, void (*fn)(char *))
+{
+    char buf[X_MAXLINE];
+    value_expand(ref, buf);
+    fn(buf);
+    return value_emit(buf, out);
+}
+
 int value_int(const char *s)
 {
     long n = strtol(s, nullptr, 10);

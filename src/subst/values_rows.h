@@ -14,6 +14,8 @@ int value_none(char *out);                        // writes nothing
 int value_emit(const char *val, char *out);       // writes val
 int value_long(long n, char *out);                // writes "%ld"
 void value_expand(const char *ref, char *buf);    // resolves ref into buf (X_MAXLINE)
+// Resolves ref, changes the value in place with fn, and writes it.
+int value_transform(const char *ref, char *out, void (*fn)(char *));
 int value_int(const char *s);                     // leading decimal number, clamped
 
 // ---- String rows (values_text.cpp) -------------------------------------

@@ -88,38 +88,30 @@ int row_txt2url(const char *, const char *arg, char *out)
 // url2txt:REF, the value URL-decoded.
 int row_url2txt(const char *, const char *arg, char *out)
 {
-    char buf[X_MAXLINE];
-    value_expand(arg, buf);
-    unescape_url(buf);
-    return value_emit(buf, out);
+    return value_transform(arg, out, unescape_url);
 }
 
 // trim:REF, the value with its blanks squeezed.
 int row_trim(const char *, const char *arg, char *out)
 {
-    char buf[X_MAXLINE];
-    value_expand(arg, buf);
-    trim_buff(buf);
-    return value_emit(buf, out);
+    return value_transform(arg, out, trim_buff);
 }
 
 // lower:REF and upper:REF, byte by byte through the locale's tables.
 int row_lower(const char *, const char *arg, char *out)
 {
-    char buf[X_MAXLINE];
-    value_expand(arg, buf);
-    for (char *p = buf; *p; ++p)
-        *p = static_cast<char>(tolower(static_cast<unsigned char>(*p)));
-    return value_emit(buf, out);
+    return value_transform(arg, out, [](char *s) {
+        for (; *s; ++s)
+            *s = static_cast<char>(tolower(static_cast<unsigned char>(*s)));
+    });
 }
 
 int row_upper(const char *, const char *arg, char *out)
 {
-    char buf[X_MAXLINE];
-    value_expand(arg, buf);
-    for (char *p = buf; *p; ++p)
-        *p = static_cast<char>(toupper(static_cast<unsigned char>(*p)));
-    return value_emit(buf, out);
+    return value_transform(arg, out, [](char *s) {
+        for (; *s; ++s)
+            *s = static_cast<char>(toupper(static_cast<unsigned char>(*s)));
+    });
 }
 
 // crypt:VAR, the scrambled hexadecimal form of the variable's value; two

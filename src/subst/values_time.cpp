@@ -124,26 +124,17 @@ int row_ddt(const char *, const char *, char *out)
 // year:REF, month:REF, day:REF: a part of REF's "YYYY-MM-DD" value.
 int row_year(const char *, const char *arg, char *out)
 {
-    char buf[X_MAXLINE];
-    value_expand(arg, buf);
-    date_YEAR(buf);
-    return value_emit(buf, out);
+    return value_transform(arg, out, [](char *s) { date_YEAR(s); });
 }
 
 int row_month(const char *, const char *arg, char *out)
 {
-    char buf[X_MAXLINE];
-    value_expand(arg, buf);
-    date_MONTH(buf);
-    return value_emit(buf, out);
+    return value_transform(arg, out, [](char *s) { date_MONTH(s); });
 }
 
 int row_day(const char *, const char *arg, char *out)
 {
-    char buf[X_MAXLINE];
-    value_expand(arg, buf);
-    date_DAY(buf);
-    return value_emit(buf, out);
+    return value_transform(arg, out, [](char *s) { date_DAY(s); });
 }
 
 // Microseconds elapsed since the previous call; 0 on the first one.

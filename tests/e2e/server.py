@@ -1,19 +1,13 @@
 """Runs Tolm as a CGI program under lighttpd on 127.0.0.1 for tests and demos.
 
-A Site lays out a scratch directory:
-
-  public/      lighttpd's document root (empty: pages are never served raw)
-  cgi-bin/     Tolm (a symbolic link to the interpreter)
-  site/        the pages (unless an existing directory is served); the
-               root of the site's line in x.config
-  home/        X_HOME with x.config
-  tmp/         TMP_DIR (uploads, logs) and lighttpd's upload buffers
-
-and serves http://127.0.0.1:PORT/cgi-bin/Tolm/PAGE, so that the page name
-reaches the interpreter as PATH_INFO. Use it as a context manager:
+A Site lays out a scratch directory: public/ (lighttpd's empty document
+root), cgi-bin/Tolm (a link to the interpreter), site/ (the pages, unless an
+existing directory is served), home/ (X_HOME with x.config) and tmp/
+(TMP_DIR), and serves http://127.0.0.1:PORT/cgi-bin/Tolm/PAGE, so that the
+page name reaches the interpreter as PATH_INFO:
 
     with Site(tolm, {"x.page": "hello $(name)"}) as site:
-        status, headers, body = site.get("/cgi-bin/Tolm?name=you")
+        r = site.get("/cgi-bin/Tolm?name=you")
 """
 import http.client
 import os
@@ -25,6 +19,19 @@ import tempfile
 import time
 
 CGI = "/cgi-bin/Tolm"
+
+LIGHTTPD_CONF = """
+server.modules = ( "mod_alias", "mod_setenv", "mod_cgi" )
+server.bind = "127.0.0.1"
+server.port = %(port)d
+server.document-root = "%(dir)s/public"
+server.upload-dirs = ( "%(dir)s/tmp" )
+server.errorlog = "%(dir)s/tmp/lighttpd.error.log"
+server.max-request-size = 65536
+alias.url = ( "/cgi-bin/" => "%(dir)s/cgi-bin/" )
+$HTTP["url"] =~ "^/cgi-bin/" { cgi.assign = ( "" => "" ) }
+setenv.add-environment = ( "X_HOME" => "%(dir)s/home", "TMP_DIR" => "%(dir)s/tmp" )
+"""
 
 
 def lighttpd_path():
@@ -47,68 +54,39 @@ class Response:
 
     def __init__(self, status, headers, body):
         self.status, self.headers, self.body = status, headers, body
+        self.text = body.decode("utf-8", "replace")
 
     def header(self, name):
         return [v for k, v in self.headers if k.lower() == name.lower()]
 
-    @property
-    def text(self):
-        return self.body.decode("utf-8", "replace")
-
 
 class Site:
-    def __init__(self, tolm, pages=None, root=None, config=None, env=None):
-        """pages: {name: text} written into the scratch site; root: serve
-        this directory instead; config: the text of x.config with {PORT}
-        and {ROOT} filled in (default: one line for this server)."""
+    def __init__(self, tolm, pages=None, root=None, config=None):
+        """pages: {name: text} written into the scratch site; root: serve this
+        directory instead; config: the text of x.config with {PORT} and
+        {ROOT} filled in (default: one line for this server)."""
         self.tolm = os.path.abspath(tolm)
         self.pages = pages or {}
         self.root = os.path.abspath(root) if root else None
         self.config = config or "127.0.0.1:{PORT} {ROOT}\n"
-        self.env = env or {}
         self.port_wanted = None  # a fixed port instead of a free one
-        self.proc = None
-        self.dir = None
-        self.port = None
+        self.proc = self.dir = self.port = None
 
-    # ---- set-up ---------------------------------------------------------
     def path(self, *parts):
         return os.path.join(self.dir, *parts)
-
-    def write_pages(self):
-        for name, text in self.pages.items():
-            target = self.path("site", name)
-            os.makedirs(os.path.dirname(target), exist_ok=True)
-            mode = "wb" if isinstance(text, bytes) else "w"
-            with open(target, mode) as f:
-                f.write(text)
 
     @property
     def site_root(self):
         return self.root or self.path("site")
 
-    def write_config(self):
-        with open(self.path("home", "x.config"), "w") as f:
-            f.write(self.config.replace("{PORT}", str(self.port))
-                    .replace("{ROOT}", self.site_root))
-        env = {"X_HOME": self.path("home"), "TMP_DIR": self.path("tmp")}
-        env.update(self.env)
-        setenv = ", ".join('"%s" => "%s"' % kv for kv in env.items())
-        conf = """
-server.modules = ( "mod_alias", "mod_setenv", "mod_cgi" )
-server.bind = "127.0.0.1"
-server.port = %(port)d
-server.document-root = "%(public)s"
-server.upload-dirs = ( "%(tmp)s" )
-server.errorlog = "%(tmp)s/lighttpd.error.log"
-server.max-request-size = 65536
-alias.url = ( "/cgi-bin/" => "%(cgi)s/" )
-$HTTP["url"] =~ "^/cgi-bin/" { cgi.assign = ( "" => "" ) }
-setenv.add-environment = ( %(setenv)s )
-""" % {"port": self.port, "public": self.path("public"), "tmp": self.path("tmp"),
-       "cgi": self.path("cgi-bin"), "setenv": setenv}
-        with open(self.path("lighttpd.conf"), "w") as f:
-            f.write(conf)
+    @property
+    def url(self):
+        return "http://127.0.0.1:%d%s" % (self.port, CGI)
+
+    def write(self, name, text):
+        os.makedirs(os.path.dirname(name), exist_ok=True)
+        with open(name, "wb" if isinstance(text, bytes) else "w") as f:
+            f.write(text)
 
     def start(self):
         server = lighttpd_path()
@@ -117,8 +95,12 @@ setenv.add-environment = ( %(setenv)s )
             os.makedirs(self.path(d))
         os.symlink(self.tolm, self.path("cgi-bin", "Tolm"))
         self.port = self.port_wanted or free_port()
-        self.write_pages()
-        self.write_config()
+        for name, text in self.pages.items():
+            self.write(self.path("site", name), text)
+        self.write(self.path("home", "x.config"), self.config.replace(
+            "{PORT}", str(self.port)).replace("{ROOT}", self.site_root))
+        self.write(self.path("lighttpd.conf"), LIGHTTPD_CONF % {"port": self.port,
+                                                                "dir": self.dir})
         self.proc = subprocess.Popen([server, "-D", "-f", self.path("lighttpd.conf")],
                                      stdin=subprocess.DEVNULL)
         deadline = time.time() + 10
@@ -152,27 +134,20 @@ setenv.add-environment = ( %(setenv)s )
     def __exit__(self, *exc):
         self.stop()
 
-    @property
-    def url(self):
-        return "http://127.0.0.1:%d%s" % (self.port, CGI)
+    def get(self, target, headers=None):
+        return self.request("GET", target, None, headers or {})
 
-    # ---- requests -------------------------------------------------------
-    def request(self, method, target, body=None, headers=None, timeout=30):
-        conn = http.client.HTTPConnection("127.0.0.1", self.port, timeout=timeout)
+    def post(self, target, body, content_type):
+        return self.request("POST", target, body, {"Content-Type": content_type})
+
+    def request(self, method, target, body, headers):
+        conn = http.client.HTTPConnection("127.0.0.1", self.port, timeout=30)
         try:
-            conn.request(method, target, body=body, headers=headers or {})
+            conn.request(method, target, body=body, headers=headers)
             r = conn.getresponse()
             return Response(r.status, r.getheaders(), r.read())
         finally:
             conn.close()
-
-    def get(self, target, headers=None):
-        return self.request("GET", target, headers=headers)
-
-    def post(self, target, body, content_type, headers=None):
-        h = {"Content-Type": content_type}
-        h.update(headers or {})
-        return self.request("POST", target, body=body, headers=h)
 
 
 def multipart(boundary, parts):
@@ -180,29 +155,26 @@ def multipart(boundary, parts):
     (name, filename, data) for files."""
     out = b""
     for p in parts:
-        out += b"--" + boundary + b"\r\n"
+        out += b'--%s\r\nContent-Disposition: form-data; name="%s"' % (boundary, p[0])
         if len(p) == 2:
-            out += b'Content-Disposition: form-data; name="%s"\r\n\r\n' % p[0] + p[1]
+            out += b"\r\n\r\n" + p[1] + b"\r\n"
         else:
-            out += (b'Content-Disposition: form-data; name="%s"; filename="%s"\r\n'
-                    b"Content-Type: application/octet-stream\r\n\r\n" % (p[0], p[1]) + p[2])
-        out += b"\r\n"
+            out += (b'; filename="%s"\r\nContent-Type: application/octet-stream\r\n\r\n'
+                    % p[1] + p[2] + b"\r\n")
     return out + b"--" + boundary + b"--\r\n"
 
 
 def run_checks(checks):
-    """Runs each check (a function), prints its result and a closing count;
-    returns the exit status."""
-    passed = failed = 0
+    """Runs each check, prints its result and a count; returns the exit status."""
+    failed = 0
     for check in checks:
         try:
             check()
             print("ok   " + check.__name__)
-            passed += 1
         except Exception as e:  # a failed assertion or a broken request
             print("FAIL %s: %s: %s" % (check.__name__, type(e).__name__, e))
             failed += 1
-    print("%d passed, %d failed" % (passed, failed))
+    print("%d passed, %d failed" % (len(checks) - failed, failed))
     return 1 if failed else 0
 
 

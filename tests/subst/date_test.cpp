@@ -14,105 +14,75 @@
 namespace {
 
 constexpr long FEB3_2001 = 981173106;  // 2001-02-03 04:05:06 UTC
+constexpr long YEAR_10000 = 253402300800;
+int rc;  // the result of the last fmt
 
-class Date : public ::testing::Test {
-protected:
-    void SetUp() override { use_tz("UTC"); }
-    void TearDown() override { use_tz("UTC"); }
-    static void use_tz(const char *tz)
-    {
-        setenv("TZ", tz, 1);
-        tzset();
-    }
-    static std::string fmt(long dt, const char *format, int *rc = nullptr)
-    {
-        static char out[X_MAXLINE];
-        int r = X_dt2str(dt, format, out);
-        if (rc)
-            *rc = r;
-        return out;
-    }
-    static long parse(const char *text, const char *format)
-    {
-        long t = -12345;
-        EXPECT_EQ(X_str2dt(text, format, &t), 0);
-        return t;
-    }
-    static struct tm utc(long t)
-    {
-        time_t tt = t;
-        struct tm tm {};
-        gmtime_r(&tt, &tm);
-        return tm;
-    }
-    static long midnight() { return long(time(nullptr)) / 86400 * 86400; }
-    static std::string flags()  // year month day hours minutes seconds
-    {
-        short f[6];
-        X_date_info(&f[0], &f[1], &f[2], &f[3], &f[4], &f[5]);
-        std::string s;
-        for (short x : f)
-            s += char('0' + x);
-        return s;
-    }
-};
+// Both directions work on heap copies of exact size, so a read past the end
+// of the text or the format is caught.
+std::vector<char> copy(const char *s) { return std::vector<char>(s, s + strlen(s) + 1); }
 
-TEST_F(Date, FormatItems)
-{
-    const struct {
-        const char *format, *text;
-        int rc;
-    } cases[] = {
+std::string fmt(long dt, const char *format) {
+    static char out[X_MAXLINE];
+    rc = X_dt2str(dt, copy(format).data(), out);
+    return out;
+}
+
+long parse(const char *text, const char *format) {
+    long t = -12345;
+    X_str2dt(copy(text).data(), copy(format).data(), &t);
+    return t;
+}
+
+// The field flags of the last conversion: year month day hours minutes seconds.
+std::string flags() {
+    short f[6];
+    X_date_info(&f[0], &f[1], &f[2], &f[3], &f[4], &f[5]);
+    std::string s;
+    for (short x : f) s += std::to_string(x);
+    return s;
+}
+
+void use_tz(const char *tz) {
+    setenv("TZ", tz, 1);
+    tzset();
+}
+
+TEST(Date, FormatItemsFlagsAndBounds) {
+    use_tz("UTC");
+    const struct { const char *format, *text; int rc; } cases[] = {
         {"YYYY-MM-DD HH:MI:SS", "2001-02-03 04:05:06", 0}, {"DD.MM.YY", "03.02.01", 0},
         {"yyyy/mm/dd", "2001/02/03", 0}, {"jj JJ AAAA aa a YYY", "03 03 2001 01 1 001", 0},
         {"hh+mi#ss!\t%", "04+05#06!\t%", 0}, {"YYYYY", "20011", 0}, {"MIMM", "0502", 0},
         {"Yy", "11", 0}, {"T", "T", -1}, {"DDThh", "03T04", -1}, {"M", "M", -1},
-        {"Ss", "Ss", -1}, {"HH_", "04_", -1},
+        {"Ss", "Ss", -1}, {"HH_", "04_", -1}, {"T::", "T::", -1}, {"SS ", "06 ", 0},
     };
     for (const auto &c : cases) {
-        int rc = -9;
-        EXPECT_EQ(fmt(FEB3_2001, c.format, &rc), c.text) << c.format;
+        EXPECT_EQ(fmt(FEB3_2001, c.format), c.text) << c.format;
         EXPECT_EQ(rc, c.rc) << c.format;
     }
-    EXPECT_EQ(fmt(253402300800, "YYYY YYY YY Y"), "10000 000 00 0");  // year 10000
-    int rc = 0;
-    EXPECT_EQ(fmt(0x7fffffffffffffffL, "YYYY", &rc).size(), 4u);  // no local time
+    EXPECT_EQ(fmt(YEAR_10000, "YYYY YYY YY Y"), "10000 000 00 0");
+    EXPECT_EQ(fmt(0x7fffffffffffffffL, "YYYY").size(), 4u);  // no local time
     EXPECT_EQ(rc, -1);
-}
-
-TEST_F(Date, FlagsDescribeTheLastConversion)
-{
     fmt(0, "DD MM Y");
     EXPECT_EQ(flags(), "111000");
-    parse("x", "SS");  // no digit: the field is not used
-    EXPECT_EQ(flags(), "000000");
-    parse("24:10:99", "HH:MI:SS");  // invalid values are used
+    parse("24:10:99", "HH:MI:SS");  // invalid values count as used
     EXPECT_EQ(flags(), "000111");
-}
 
-TEST_F(Date, OutputIsBoundedAndTerminated)
-{
     char small[6];
     X_dt2str_size(FEB3_2001, "YYYY-MM-DD", small, sizeof small);
     EXPECT_STREQ(small, "2001-");
-    // A "YYYY" over the year 9999 writes more than it reads, so a long
-    // format can outgrow the X_MAXLINE buffer of the caller.
+    // "YYYY" past the year 9999 writes more than it reads, so a long format
+    // can outgrow the X_MAXLINE buffer of the caller.
     std::string format;
-    while (format.size() < X_MAXLINE)
-        format += "YYYY";
-    std::vector<char> out(X_MAXLINE);
-    X_dt2str(253402300800, format.c_str(), out.data());
-    EXPECT_EQ(strlen(out.data()), size_t(X_MAXLINE - 1));
+    while (format.size() < X_MAXLINE) format += "YYYY";
+    EXPECT_EQ(fmt(YEAR_10000, format.c_str()).size(), size_t(X_MAXLINE - 1));
 }
 
-TEST_F(Date, ParsesFieldsAndDefaults)
-{
-    long today = midnight();
-    const struct {
-        const char *text, *format;
-        long t;
-        int ok;
-    } cases[] = {
+TEST(Date, ParsesFieldsDefaultsAndPartialYears) {
+    use_tz("UTC");
+    time_t now = time(nullptr);
+    long today = long(now) / 86400 * 86400;
+    const struct { const char *text, *format; long t; int ok; } cases[] = {
         {"31/12/2024", "DD/MM/YYYY", 1735603200, 0},
         {"3.2.2001 4:5:6", "dd.mm.yyyy hh:mi:ss", FEB3_2001, 0},
         {"32/12/2024", "DD/MM/YYYY", 1733011200, -1},  // day 1
@@ -120,65 +90,37 @@ TEST_F(Date, ParsesFieldsAndDefaults)
         {"01/13/2024", "DD/MM/YYYY", 1704067200, -1},  // January
         {"01x12/2024", "DD-MM/YYYY", 1733011200, 0},   // any character
         {"01/01/2024T10", "DD/MM/YYYYTHH", 1704103200, -1},
-        {"10:30", "HH:MI", today + 37800, 0},
-        {"10:30 and more", "HH:MI", today + 37800, 0},
-        {"10:60", "HH:MI", today + 36000, -1},
-        {"24:10:99", "HH:MI:SS", today + 600, -1},
-        {"ab", "HH", today, -1},
-        {"x12", "HH:MI", today, -1},             // "HH" and then "H" fail
+        {"10:30 and more", "HH:MI", today + 37800, 0}, {"10:60", "HH:MI", today + 36000, -1},
+        {"24:10:99", "HH:MI:SS", today + 600, -1},     {"ab", "HH", today, -1},
+        {"x12", "HH:MI", today, -1},  // "HH" and then "H" fail
         {"123:45", "HH:MI", today + 43200, -1},  // ":" skips the "3"
-        {"10", "HH:MI:SS", today + 36000, -1},
-        {"", "", today, 0},
+        {"10", "HH:MI:SS", today + 36000, -1},   {"1", "H", today, -1},
+        {"", "T::", today, -1},  {"5", "SS ", today + 5, 0},  {"", "", today, 0},
     };
     for (const auto &c : cases) {
         EXPECT_EQ(parse(c.text, c.format), c.t) << c.text << " / " << c.format;
         EXPECT_EQ(X_date_ok(), c.ok) << c.text << " / " << c.format;
     }
-}
-
-TEST_F(Date, PartialYearsReplaceTheDigitsOfThisYear)
-{
-    std::string y = std::to_string(utc(long(time(nullptr))).tm_year + 1900);
-    const struct {
-        const char *format, *text;
-        std::string year;
-    } cases[] = {
+    // A partial year replaces the last digits of this year's ("YY", "5" in 2026: 205).
+    std::string y = std::to_string(gmtime(&now)->tm_year + 1900);
+    const struct { const char *format, *text; std::string year; } years[] = {
         {"DD/MM/YY", "01/01/45", y.substr(0, 2) + "45"}, {"DD/MM/YY", "01/01/5", y.substr(0, 2) + "5"},
         {"DD/MM/YYY", "01/01/5", y.substr(0, 1) + "5"},  {"DD/MM/Y", "01/01/7", y.substr(0, 3) + "7"},
         {"DD/MM/YYYY", "01/01/99", "99"},                {"DD/MM/aaaa", "01/01/12345", "1234"},
+        {"DD/MM/YYYY", "01/01/1", "1"},                  {"DD/MM/Y", "01/01/", y},
     };
-    for (const auto &c : cases)
-        EXPECT_EQ(utc(parse(c.text, c.format)).tm_year + 1900, std::stoi(c.year)) << c.text;
-
-    datime d{2026, 1, 1, 0, 0, 0};
-    char buf[8] = "5/";
-    EXPECT_EQ(TOyear(&d, "YY", buf, 0), 1);
-    EXPECT_EQ(d.year, 205);
-    EXPECT_EQ(TOyear(&d, "YYY/", buf, 1), 3);
-    EXPECT_STREQ(buf, "205");
-}
-
-TEST_F(Date, NeverReadsPastEitherString)
-{
-    const char *pairs[][2] = {{"10", "HH:MI:SS"}, {"1", "H"}, {"1", "YYYY"}, {"", "T::"},
-                              {"5", "SS "},       {"", "Y"}};
-    for (const auto &p : pairs) {
-        // Heap copies of the exact size, so a read past either end is caught.
-        std::vector<char> text(p[0], p[0] + strlen(p[0]) + 1);
-        std::vector<char> format(p[1], p[1] + strlen(p[1]) + 1);
-        long t;
-        X_str2dt(text.data(), format.data(), &t);
-        char out[32];
-        X_dt2str_size(0, format.data(), out, sizeof out);
+    for (const auto &c : years) {
+        time_t t = parse(c.text, c.format);
+        EXPECT_EQ(gmtime(&t)->tm_year + 1900, std::stoi(c.year)) << c.text;
     }
 }
 
-TEST_F(Date, SummerTimeIsCorrected)
-{
+TEST(Date, SummerTimeIsCorrected) {
     use_tz("CET-1CEST,M3.5.0,M10.5.0/3");
     EXPECT_EQ(parse("15/07/2024 10:00", "DD/MM/YYYY HH:MI"), 1721030400);  // 08:00 UTC
     EXPECT_EQ(parse("15/01/2024 10:00", "DD/MM/YYYY HH:MI"), 1705309200);  // 09:00 UTC
     EXPECT_EQ(fmt(1721030400, "HH:MI"), "10:00");
+    use_tz("UTC");
 }
 
 }  // namespace

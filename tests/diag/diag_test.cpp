@@ -1,0 +1,48 @@
+// The safe formatter for page-given formats, and the error trap's name.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "diag/diag.h"
+
+namespace {
+
+std::string fmt(const char *f, std::initializer_list<X_fmtarg> args = {}) {
+    char out[256];
+    X_format(out, sizeof out, f, args.begin(), static_cast<int>(args.size()));
+    return out;
+}
+
+X_fmtarg L(long v) { return {X_fmtarg::LONG, v, 0, nullptr}; }
+X_fmtarg D(double v) { return {X_fmtarg::DOUBLE, 0, v, nullptr}; }
+X_fmtarg T(const char *s) { return {X_fmtarg::TEXT, 0, 0, s}; }
+
+// Missing arguments print as zero or empty, others are converted to what
+// the directive takes, and nothing dangerous reaches the C library.
+TEST(Format, PageFormatsAreSafe) {
+    EXPECT_EQ(fmt("%05ld|%-4d|%x|%.2f|%e|%5s|%.2s|100%%",
+                  {L(42), L(7), L(255), D(3.14159), D(1000), T("ab"), T("xyz")}),
+              "00042|7   |ff|3.14|1.000000e+03|   ab|xy|100%");
+    EXPECT_EQ(fmt("bad %d [%s] %f %c|"), "bad 0 [] 0.000000 |");
+    EXPECT_EQ(fmt("%d %s %c %.1f", {T("12abc"), L(-5), T("xyz"), T("2.25")}), "12 -5 x 2.2");
+    EXPECT_EQ(fmt("a%nb", {L(1)}), "ab");
+    EXPECT_EQ(fmt("%999999999d", {L(1)}).size(), 255u);
+    EXPECT_EQ(fmt("%q|%"), "%q|%");
+    EXPECT_EQ(fmt("%*d", {L(3), L(4)}), "  4");
+    char out[8];
+    EXPECT_EQ(X_format(out, sizeof out, "%s and more", nullptr, 0), 7);
+    EXPECT_STREQ(out, " and mo");
+}
+
+// The name is kept to 126 characters, and kept when the trap is removed.
+TEST(ErrTrap, NameIsCutAndOutlivesRemoval) {
+    std::string name(126, 'f');
+    EXPECT_EQ(ERRTRAP((name + "g").c_str()), 0);
+    EXPECT_EQ(err_trap, 1);
+    EXPECT_EQ(err_func, name);
+    ERRTRAP("");
+    EXPECT_EQ(err_trap, 0);
+    EXPECT_EQ(err_func, name);
+}
+
+}  // namespace
