@@ -105,7 +105,9 @@ int X_while(X_FILE *fp, char *buff, int compile, int ignore) {
     return ERRMSG("Unknown option: %s in WHILE...", a.opt.c_str());
 }
 
-// Repeats the body until <@break> (or <@return>).
+// Repeats the body until <@break> (or <@return>). A return still unwinding
+// (even one left over from page level, whose Break the page run cleared)
+// ends every loop too: its body would be skipped for ever.
 int X_while_loop(X_FILE *fp, int compile) {
     X_TRACE("X_while_loop: compile: %d \n", compile);
     long start = fp->offset;
@@ -113,7 +115,7 @@ int X_while_loop(X_FILE *fp, int compile) {
     for (;;) {
         fp->offset = start;
         X_notfound(fp, compile, 0);
-        if (Break) break;
+        if (Break || ContinueBreak) break;
         Continue = 0;
     }
     return loop_done();
@@ -154,7 +156,7 @@ int X_while_words(X_FILE *fp, const char *name, const char *sep, int compile) {
         runs++;
         X_notfound(fp, compile, 0);
         if (reassigned(name, orig, word.get())) assigned = true;
-        if (Break) break;
+        if (Break || ContinueBreak) break;
         Continue = 0;
     }
     // Restore the first value; after an assignment the old text may be gone
@@ -210,7 +212,7 @@ int X_while_values(X_FILE *fp, const char *name, int compile) {
         fp->offset = start;
         X_notfound(fp, compile, 0);
         if (reassigned(name, orig, cells[i].value)) assigned = true;
-        if (Break) break;
+        if (Break || ContinueBreak) break;
         Continue = 0;
     }
     if ((u = X_find_user(name)) != nullptr) {

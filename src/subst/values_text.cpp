@@ -3,6 +3,7 @@
 #include <cctype>
 #include <cstdio>
 #include <cstring>
+#include <vector>
 
 #include "form/form.h"
 #include "page/page.h"
@@ -34,6 +35,17 @@ void cap(char *buf, size_t n)
         buf[n] = 0;
 }
 
+// Writes val escaped by fn, which needs room for grow times its length:
+// any value whose escaped form fits a value buffer comes out whole, a
+// longer one is cut to that buffer.
+int emit_escaped(const char *val, size_t grow, char *out, void (*fn)(const char *, char *))
+{
+    std::vector<char> buf(grow * strlen(val) + 1);
+    fn(val, buf.data());
+    cap(buf.data(), X_MAXLINE - 1);
+    return value_emit(buf.data(), out);
+}
+
 // The reference a position function looks at: start S, the variable's
 // value and the text after the second colon. False when any part is
 // missing or S lies outside the value.
@@ -62,27 +74,24 @@ bool probe(const char *arg, Probe *p)
 
 }  // namespace
 
-// sh:REF, the value escaped for a shell command line. Each character may
-// gain a backslash, so at most half a buffer is escaped.
+// sh:REF, the value escaped for a shell command line (a character may
+// gain a backslash).
 int row_sh(const char *, const char *arg, char *out)
 {
     char buf[X_MAXLINE];
     value_expand(arg, buf);
-    cap(buf, (X_MAXLINE - 1) / 2);
-    escape_shell_cmd(buf);
-    return value_emit(buf, out);
+    return emit_escaped(buf, 2, out, [](const char *val, char *esc) {
+        memcpy(esc, val, strlen(val) + 1);
+        escape_shell_cmd(esc);
+    });
 }
 
-// txt2url:REF, the value URL-encoded; "%XX" triples a character, so at
-// most a third of a buffer is encoded.
+// txt2url:REF, the value URL-encoded ("%XX" triples a character).
 int row_txt2url(const char *, const char *arg, char *out)
 {
     char buf[X_MAXLINE];
-    char url[X_MAXLINE];
     value_expand(arg, buf);
-    cap(buf, (X_MAXLINE - 1) / 3);
-    escape_url(buf, url);
-    return value_emit(url, out);
+    return emit_escaped(buf, 3, out, escape_url);
 }
 
 // url2txt:REF, the value URL-decoded.
@@ -123,7 +132,7 @@ int row_crypt(const char *, const char *arg, char *out)
         return value_none(out);
     char in[X_MAXLINE];
     char buf[X_MAXLINE];
-    snprintf(in, (X_MAXLINE - 1) / 2, "%s", val);
+    snprintf(in, (X_MAXLINE - 1) / 2 + 1, "%s", val);
     X_crypt(in, buf);
     return value_emit(buf, out);
 }

@@ -71,6 +71,10 @@ TEST(Values, RowsInTableOrder) {
     EXPECT_EQ(tv("sh:v_semis").substr(0, 4), "\\;\\;");
     EXPECT_EQ(tv("txt2url:v_semis").size(), size_t(X_MAXLINE - 1) / 3 * 3);
     EXPECT_LT(tv("crypt:v_semis").size(), size_t(X_MAXLINE));
+    // ... and every escaped or scrambled value that fits it comes out whole.
+    set("v_long", std::string(X_MAXLINE / 2 - 1, 'w'));
+    EXPECT_EQ(tv("txt2url:v_long") + tv("sh:v_long"), tv("v_long") + tv("v_long"));
+    EXPECT_EQ(tv("crypt:v_long").size(), size_t(X_MAXLINE - 2));
 }
 
 TEST(Values, LineTranslationAndReexpansion) {
