@@ -52,15 +52,21 @@ X_FUN *fun_record(const char *name) {
     return f;
 }
 
+// Expands the text after the KW-byte tag of BUFF into OUT and takes its
+// first word, cut at "(", into NAME: the function's name.
+void line_head(const char *buff, int kw, int compile, char *out, char *name) {
+    X_expand_args(buff + kw, out, compile);
+    X_DEBUG("%s // %s \n", buff, out);
+    X_arg_string(out, name);
+    if (char *paren = strchr(name, '(')) *paren = 0;
+}
+
 // Records the function defined by the line BUFF, whose body starts at the
 // current read position of FP.
 [[gnu::noinline]] void define(X_FILE *fp, const char *buff, int compile) {
     char out[X_MAXLINE];
     char word[X_MAXLINE];
-    X_expand_args(buff + 11, out, compile);
-    X_DEBUG("%s // %s \n", buff, out);
-    X_arg_string(out, word);
-    if (char *paren = strchr(word, '(')) *paren = 0;
+    line_head(buff, 11, compile, out, word);
     X_FUN *f = fun_record(word);
     if (!f) return;
     f->file = fp;
@@ -156,10 +162,7 @@ void unbind(CallFrame *c) {
 [[gnu::noinline]] int prepare(const char *buff, int compile, CallFrame *c) {
     char out[X_MAXLINE];
     char name[X_MAXLINE];
-    X_expand_args(buff + 7, out, compile);
-    X_DEBUG("%s // %s \n", buff, out);
-    X_arg_string(out, name);
-    if (char *paren = strchr(name, '(')) *paren = 0;
+    line_head(buff, 7, compile, out, name);
     auto *f = reinterpret_cast<X_FUN *>(AVL_search(&x_BUFFERS.ftree, name));
     if (!f || !f->file) {
         ERRMSG("CALL: Unknown function name: %s \n", name);

@@ -50,10 +50,16 @@ int loop_done() {
     return 0;
 }
 
-// The loop variable as the loops accept it: present, not clean, valued.
-X_USER *loop_var(const char *name) {
+// Starts a word or value loop: clears the flags, notes where the body
+// starts, and finds the loop variable (present, not clean, valued). Without
+// one the body is passed over and NULL returned.
+X_USER *loop_start(X_FILE *fp, const char *name, int compile, long *start) {
+    Continue = Break = 0;
+    *start = fp->offset;
     X_USER *u = X_find_user(name);
-    return u && !u->clean && u->var.value ? u : nullptr;
+    if (u && !u->clean && u->var.value) return u;
+    X_notfound(fp, compile, 1);
+    return nullptr;
 }
 
 // Length of a value; a shared-memory buffer need not be terminated.
@@ -126,13 +132,9 @@ int X_while_loop(X_FILE *fp, int compile) {
 // assign to the variable, and the first value is restored at the end.
 int X_while_words(X_FILE *fp, const char *name, const char *sep, int compile) {
     X_TRACE("X_while_words: name: %s sep: {%s} compile: %d \n", name, sep, compile);
-    Continue = Break = 0;
-    long start = fp->offset;
-    X_USER *u = loop_var(name);
-    if (!u) {
-        X_notfound(fp, compile, 1);
-        return 0;
-    }
+    long start;
+    X_USER *u = loop_start(fp, name, compile, &start);
+    if (!u) return 0;
     X_USER *orig = u;
     char *full = u->var.value;
     size_t len = value_len(u, full);
@@ -174,13 +176,9 @@ int X_while_words(X_FILE *fp, const char *name, const char *sep, int compile) {
 // back at the end.
 int X_while_values(X_FILE *fp, const char *name, int compile) {
     X_TRACE("X_while_values: name: %s compile: %d \n", name, compile);
-    Continue = Break = 0;
-    long start = fp->offset;
-    X_USER *u = loop_var(name);
-    if (!u) {
-        X_notfound(fp, compile, 1);
-        return 0;
-    }
+    long start;
+    X_USER *u = loop_start(fp, name, compile, &start);
+    if (!u) return 0;
     X_USER *orig = u;
     X_var saved = u->var;
     // Snapshot: one cell and one text copy per value.

@@ -41,6 +41,12 @@ static FILE *open_log(const char *name, const char *mode) {
     return n > 0 && n < static_cast<int>(sizeof path) ? fopen(path, mode) : nullptr;
 }
 
+// Writes the time stamp and the formatted text to FP.
+static void record(FILE *fp, const char *fmt, va_list ap) {
+    PrintTM(fp);
+    vfprintf(fp, fmt, ap);
+}
+
 // Writes one trace record; the first call picks the mode from the markers.
 int X_trace(const char *fmt, ...) {
     static int Init;
@@ -61,10 +67,9 @@ int X_trace(const char *fmt, ...) {
     if (!Trace) return 0;
     if (Trace == 1) fp = X_fp ? X_fp : stdout;
     if (!fp) return 0;
-    PrintTM(fp);
     va_list ap;
     va_start(ap, fmt);
-    vfprintf(fp, fmt, ap);
+    record(fp, fmt, ap);
     va_end(ap);
     if (!strchr(fmt, '\n')) fputc('\n', fp);
     if (Trace == 3) {
@@ -97,10 +102,9 @@ int X_debug(const char *fmt, ...) {
     }
     if (!fp) fp = open_log("X_DEBUG", "a");
     if (!fp) return 0;
-    PrintTM(fp);
     va_list ap;
     va_start(ap, fmt);
-    vfprintf(fp, fmt, ap);
+    record(fp, fmt, ap);
     va_end(ap);
     if (Debug == 2) fflush(fp);
     return 0;

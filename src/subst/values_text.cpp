@@ -177,25 +177,27 @@ int row_str(const char *, const char *arg, char *out)
     return value_emit(buf + start - 1, out);
 }
 
-// strpos:S:VAR:TEXT, where TEXT first occurs in VAR's value from S on.
-int row_strpos(const char *, const char *arg, char *out)
+// The 1-based position FIND gives in VAR's value from S on, -1 for none.
+static int position(const char *arg, char *out, const char *(*find)(const char *, const char *))
 {
     Probe p;
     if (!probe(arg, &p))
         return value_emit("-1", out);
-    const char *hit = strstr(p.val + p.start - 1, p.text);
+    const char *hit = find(p.val + p.start - 1, p.text);
     return value_long(hit ? hit - p.val + 1 : -1, out);
+}
+
+// strpos:S:VAR:TEXT, where TEXT first occurs in VAR's value from S on.
+int row_strpos(const char *, const char *arg, char *out)
+{
+    return position(arg, out, [](const char *s, const char *t) -> const char * { return strstr(s, t); });
 }
 
 // chrpos:S:VAR:CHARS, the first character of VAR's value from S on that
 // is one of CHARS.
 int row_chrpos(const char *, const char *arg, char *out)
 {
-    Probe p;
-    if (!probe(arg, &p))
-        return value_emit("-1", out);
-    const char *hit = strpbrk(p.val + p.start - 1, p.text);
-    return value_long(hit ? hit - p.val + 1 : -1, out);
+    return position(arg, out, [](const char *s, const char *t) -> const char * { return strpbrk(s, t); });
 }
 
 // word:VAR:N, the N-th word of VAR's value. The stored value is squeezed
