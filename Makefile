@@ -15,7 +15,8 @@ SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 # Packages as "WHAT:PACKAGE": WHAT is a command, or a file when it begins with "/".
 BUILD_PKGS := g++:g++ cmake:cmake ninja:ninja-build \
               /usr/include/gtest/gtest.h:libgtest-dev \
-              /usr/include/benchmark/benchmark.h:libbenchmark-dev
+              /usr/include/benchmark/benchmark.h:libbenchmark-dev \
+              /usr/include/sqlite3.h:libsqlite3-dev
 RUN_PKGS := python3:python3 /usr/sbin/lighttpd:lighttpd
 
 .PHONY: all build asan test demo bench deps build-deps run-deps clean
