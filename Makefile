@@ -16,8 +16,9 @@ SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 BUILD_PKGS := g++:g++ cmake:cmake ninja:ninja-build \
               /usr/include/gtest/gtest.h:libgtest-dev \
               /usr/include/benchmark/benchmark.h:libbenchmark-dev \
-              /usr/include/sqlite3.h:libsqlite3-dev
-RUN_PKGS := python3:python3 /usr/sbin/lighttpd:lighttpd
+              /usr/include/sqlite3.h:libsqlite3-dev \
+              /usr/include/postgresql/libpq-fe.h:libpq-dev
+RUN_PKGS := python3:python3 /usr/sbin/lighttpd:lighttpd /usr/lib/postgresql:postgresql
 
 .PHONY: all build asan test demo bench deps build-deps run-deps clean
 

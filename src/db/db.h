@@ -1,7 +1,8 @@
 // Database back-end interface. The five operations below are what the
 // database commands use; they forward to the back end that X_database chose
-// from the database name: "sqlite:PATH" (built in), and the back end
-// without a database for every other name.
+// from the database name: "sqlite:PATH" (built in), "postgresql://...",
+// "postgres://..." or "pg:KEYWORDS" (through the tolm-pg companion), and
+// the back end without a database for every other name.
 #pragma once
 
 #include "x.h"
@@ -30,6 +31,7 @@ struct X_backend {
 
 extern const X_backend X_nosql;   // no database: opening fails
 extern const X_backend X_sqlite;  // SQLite, linked in
+extern const X_backend X_pgsql;   // PostgreSQL through the companion program
 
 // The back end that serves dbname (never null).
 const X_backend *X_backend_for(const char *dbname);

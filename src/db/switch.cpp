@@ -36,6 +36,8 @@ const X_backend *X_backend_for(const char *dbname)
 {
     if (!dbname) return &X_nosql;
     if (starts(dbname, "sqlite:")) return &X_sqlite;
+    if (starts(dbname, "postgresql://") || starts(dbname, "postgres://") || starts(dbname, "pg:"))
+        return &X_pgsql;
     return &X_nosql;
 }
 
