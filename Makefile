@@ -67,8 +67,9 @@ test: deps
 demo: run-deps build
 	python3 examples/serve.py $(BUILD)/Tolm
 
-bench: build
+bench: run-deps build
 	for b in $(BUILD)/bench/bench_*; do $$b --benchmark_min_time=0.2; done
+	python3 bench/pg_request.py $(BUILD)/Tolm $(BUILD)/bench/pg_one
 
 clean:
 	rm -rf $(BUILD) $(ASAN)
