@@ -53,7 +53,7 @@ static void split_line(const char *line, SiteLine *s) {
 
 // The server key of the request: HTTP_HOST (":80" added when it names no
 // port), else SERVER_NAME:SERVER_PORT with "shell" and "00" for unset ones.
-static void server_key(char *key, int size) {
+void X_server_key(char *key, int size) {
     const char *host = getenv("HTTP_HOST");
     if (host) {
         snprintf(key, size, strchr(host, ':') ? "%s" : "%s:80", host);
@@ -104,7 +104,7 @@ static bool regular_file(const char *path) {
 int X_values(const char *prog, int shell) {
     X_TRACE("X_values: entry \n");
     char key[512];
-    server_key(key, sizeof key);
+    X_server_key(key, sizeof key);
 
     static SiteLine site;
     static char root[ROOTSIZE];
