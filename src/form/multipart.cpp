@@ -125,6 +125,7 @@ static char *file_value(Body *b, const char *tmp, int i, bool *broken) {
     bool keep = len < static_cast<int>(sizeof path);
     char *val = keep ? strdup(path) : nullptr;
     FILE *out = keep ? fopen(path, "w") : nullptr;
+    X_upload_add(val);
     skip_headers(b);
     long n = copy_content(b, out);
     if (out) fclose(out);

@@ -2,8 +2,10 @@
 // each decoder fills ent with name/value pairs ended by an empty row.
 #include <cstdlib>
 #include <cstring>
+#include <strings.h>
 #include "diag/diag.h"
 #include "form/form.h"
+#include "runtime/site.h"
 
 static constexpr const char *URLENCODED = "application/x-www-form-urlencoded";
 static constexpr int LASTPAIR = X_MAXENT - 1;  // index kept for the end mark
@@ -20,8 +22,19 @@ int GetMethod() {
     return -1;
 }
 
+int X_urlencoded() {
+    const char *type = GETenv("CONTENT_TYPE");
+    if (!strcmp(type, URLENCODED)) return 1;
+    if (!X_safe()) return 0;
+    size_t n = strlen(URLENCODED);
+    if (strncasecmp(type, URLENCODED, n)) return 0;
+    type += n;
+    while (*type == ' ' || *type == '\t') ++type;
+    return *type == ';' || !*type;
+}
+
 int CheckEnctypeMethod() {
-    return strcmp(GETenv("CONTENT_TYPE"), URLENCODED) ? 1 : 0;
+    return X_urlencoded() ? 0 : 1;
 }
 
 static void endmark(entry *e) {
@@ -74,7 +87,7 @@ int POST_parser(entry *list) {
         POST_errmsg = "This script should be referenced with a METHOD of POST.\n";
         return -1;
     }
-    if (strcmp(GETenv("CONTENT_TYPE"), URLENCODED)) {
+    if (!X_urlencoded()) {
         POST_errmsg = "This script can only be used to decode form results. \n";
         return -1;
     }

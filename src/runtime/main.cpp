@@ -42,6 +42,7 @@ struct Args {
     case 1:
         if ((CheckEnctypeMethod() ? E_POST_parser(ent) : POST_parser(ent)) != 0)
             ERRMSG_text(POST_errmsg);
+        if (X_safe()) GET_path(ent, "X_PAGE");  // the page of the URL, as for GET
         content_type();
         break;
     case 2:
