@@ -1,5 +1,6 @@
 // Request method, query strings, PATH_INFO and URL-encoded POST bodies:
 // each decoder fills ent with name/value pairs ended by an empty row.
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <strings.h>
@@ -91,7 +92,16 @@ int POST_parser(entry *list) {
         POST_errmsg = "This script can only be used to decode form results. \n";
         return -1;
     }
-    int cl = static_cast<int>(strtol(GETenv("CONTENT_LENGTH"), nullptr, 10));
+    // Read wide and checked before it becomes an int: a count beyond the
+    // largest accepted body, or below 0, is refused.
+    errno = 0;
+    long wide = strtol(GETenv("CONTENT_LENGTH"), nullptr, 10);
+    if (errno == ERANGE || wide < 0 || wide > X_MAXPOST) {
+        POST_errmsg = "Invalid CONTENT_LENGTH.\n";
+        endmark(&list[0]);
+        return -1;
+    }
+    int cl = static_cast<int>(wide);
     X_TRACE("POST: CONTENT_LENGTH= %d", cl);
     int i = 0;
     if (cl == 0) {
