@@ -23,6 +23,10 @@ int ERRMSG(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 // with the safe formatter and no arguments, never by the C library.
 int ERRMSG_text(const char *text);
 
+// Writes one line "Tolm: TEXT" to standard error (the web server's error
+// log); control characters in TEXT are shown as \xNN. Returns 0.
+int X_log(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+
 int ERRTRAP(const char *name);
 int X_error(char *line, int compile, int ignore);
 const char *X_error_cid();
