@@ -17,8 +17,10 @@ BUILD_PKGS := g++:g++ cmake:cmake ninja:ninja-build \
               /usr/include/gtest/gtest.h:libgtest-dev \
               /usr/include/benchmark/benchmark.h:libbenchmark-dev
 RUN_PKGS := python3:python3 /usr/sbin/lighttpd:lighttpd
+# The web servers whose set-up files in docs/servers are tested.
+TEST_PKGS := /usr/sbin/apache2:apache2 /usr/sbin/nginx:nginx /usr/sbin/fcgiwrap:fcgiwrap
 
-.PHONY: all build asan test demo bench deps build-deps run-deps clean
+.PHONY: all build asan test demo bench deps build-deps run-deps test-deps clean
 
 all: build
 
@@ -42,7 +44,10 @@ build-deps:
 run-deps:
 	$(call install,$(RUN_PKGS))
 
-deps: build-deps run-deps
+test-deps:
+	$(call install,$(TEST_PKGS))
+
+deps: build-deps run-deps test-deps
 
 $(BUILD)/build.ninja: | build-deps
 	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTOLM_BENCH=ON
