@@ -17,8 +17,10 @@ SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 # Packages as "WHAT:PACKAGE": WHAT is a command, or a file when it begins with "/".
 BUILD_PKGS := g++:g++ cmake:cmake ninja:ninja-build \
               /usr/include/gtest/gtest.h:libgtest-dev \
-              /usr/include/benchmark/benchmark.h:libbenchmark-dev
-RUN_PKGS := python3:python3 /usr/sbin/lighttpd:lighttpd
+              /usr/include/benchmark/benchmark.h:libbenchmark-dev \
+              /usr/include/sqlite3.h:libsqlite3-dev \
+              /usr/include/postgresql/libpq-fe.h:libpq-dev
+RUN_PKGS := python3:python3 /usr/sbin/lighttpd:lighttpd /usr/lib/postgresql:postgresql
 # The web servers whose set-up files in docs/servers are tested.
 TEST_PKGS := /usr/sbin/apache2:apache2 /usr/sbin/nginx:nginx /usr/sbin/fcgiwrap:fcgiwrap
 

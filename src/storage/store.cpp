@@ -193,6 +193,7 @@ int X_put_value(const char *name, const char *value, int fixed, int cookie)
     u->var.next = nullptr;
     u->var.value = c ? c : no_value;
     u->clean = 0;
+    u->request = 0;
     if (c)
         X_DEBUG("  ** %s := %s \n", u->name, value);
     free(copy);
@@ -232,6 +233,18 @@ int X_add_value(const char *name, const char *value)
     }
     X_DEBUG("  ** %s add:= %s \n", name, value);
     return 0;
+}
+
+void X_mark_request(const char *name)
+{
+    if (X_USER *u = X_find_user(name))
+        u->request = 1;
+}
+
+bool X_from_request(const char *name)
+{
+    X_USER *u = X_find_user(name);
+    return u && u->request;
 }
 
 // The first value of name, or null. The text stays valid until the

@@ -13,5 +13,9 @@ char *X_get_Mvalue(const char *name, unsigned n);
 int X_clear_value(const char *name_patt);
 X_USER *scan_tree(avl *subtree, const char *pattern);
 int count_tree(avl *subtree, int *maxlen);
+// Marks name as set by the request (form field or cookie); the next
+// assignment by the site or the page clears the mark.
+void X_mark_request(const char *name);
+bool X_from_request(const char *name);
 void lowercase(char *s);
 void uppercase(char *s);

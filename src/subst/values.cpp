@@ -35,6 +35,7 @@ constexpr ValueRow rows[] = {
     {"call:", false, row_call},
     {"txt2url:", false, row_txt2url},
     {"url2txt:", false, row_url2txt},
+    {"sql:", false, row_sql},
     {"trim:", false, row_trim},
     {"lower:", false, row_lower},
     {"upper:", false, row_upper},
