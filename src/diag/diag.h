@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 
 #include "x.h"
@@ -48,3 +49,4 @@ int X_format(char *out, int size, const char *fmt, const X_fmtarg *args, int nar
 void X_stack_base(void *base);
 void X_stack_size(long bytes);  // the stack's size; a margin is kept free
 int X_stack_low();
+int X_stack_low_reserve(size_t reserve);  // as seen RESERVE bytes deeper
