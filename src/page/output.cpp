@@ -18,6 +18,7 @@ struct Head {
     X_HEAD_STATE state = X_HEAD_OPEN;
     bool cgi = false;        // X_head_begin was called
     std::string type;        // the content type line
+    bool page_type = false;  // the page set the content type
     std::string status;      // a "Status:" line set by the page, or empty
     std::string lines;       // cookie lines and the page's lines, in order
     std::string banner;      // the banner, once asked for
@@ -71,7 +72,10 @@ int X_head_set(const char *name, const char *value) {
         fputs(line.c_str(), stdout);  // already out: the header is still open
         return 0;
     }
-    if (!strcasecmp(name, "Content-Type")) h.type = line;
+    if (!strcasecmp(name, "Content-Type")) {
+        h.type = line;
+        h.page_type = true;
+    }
     else if (!strcasecmp(name, "Status")) h.status = line;
     else {
         if (strcasecmp(name, "Set-Cookie")) drop(h.lines, name);
@@ -98,7 +102,10 @@ void X_body() {
     std::string block = h.status + h.type + h.lines;
     fwrite(block.data(), 1, block.size(), stdout);
     if (!h.banner.empty()) {
-        fputs(h.banner.c_str(), stdout);
+        // The banner is an HTML comment: other content only gets the blank
+        // line that ends the header.
+        bool html = !h.page_type || strcasestr(h.type.c_str(), "text/html");
+        fputs(html ? h.banner.c_str() : "\r\n", stdout);
         h.state = X_HEAD_CLOSED;
     }
     fflush(stdout);

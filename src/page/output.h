@@ -11,7 +11,8 @@
 // block is held in memory: the content type line, the cookie lines and
 // whatever the page sets, and the banner comment that ends it once
 // X_header has asked for it. X_body writes the held block, the banner when
-// asked for, and flushes; after that lines go out at once again, and once
+// asked for (only its blank line when the page set a content type other
+// than HTML), and flushes; after that lines go out at once again, and once
 // the banner is out the header is closed. A page that sets nothing gets the
 // same bytes in the same order as when every line went out at once.
 #pragma once
