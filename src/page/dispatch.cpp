@@ -11,6 +11,7 @@
 #include "storage/heap.h"
 #include "storage/tree.h"
 #include "subst/varcmd.h"
+#include "syscmd/headers.h"
 #include "syscmd/output.h"
 #include "syscmd/process.h"
 #include "syscmd/shm.h"
@@ -28,14 +29,15 @@ const X_CMDROW x_CMD[X_NCMD] = {
     {"sql", 29},      {"vsql", 42},      {"sqlexec", 30}, {"vsqlexec", 43}, {"fopen", 31},
     {"popen", 32},    {"fclose", 33},    {"pclose", 34},  {"fgets", 35},    {"fputs", 36},
     {"vfputs", 41},   {"fseek", 37},     {"shmat", 38},   {"shmdt", 39},    {"end", 40},
-    {"continue", 40}, {"break", 40},     {nullptr, 0},
+    {"continue", 40}, {"break", 40},     {"setheader", 46}, {"status", 47}, {"redirect", 48},
+    {"setcookie", 49}, {"clearcookie", 50}, {nullptr, 0},
 };
 
 const char *const NEXT_name[4] = {"none", "EOL", "AND", "OR"};
 
 namespace {
 
-constexpr int kMaxCode = 45;
+constexpr int kMaxCode = 50;
 
 // How dispatch treats a handler.
 enum Kind {
@@ -110,6 +112,11 @@ constexpr Handler handlers[kMaxCode + 1] = {
     /* 43 */ {SELF, "X_sqlexec", X_sqlexec, nullptr, nullptr},
     /* 44 */ {PLAIN, "X_vset", X_vset, nullptr, nullptr},
     /* 45 */ {PLAIN, "X_vadd", X_vadd, nullptr, nullptr},
+    /* 46 */ {PLAIN, "X_setheader", X_setheader, nullptr, nullptr},
+    /* 47 */ {PLAIN, "X_status", X_status, nullptr, nullptr},
+    /* 48 */ {PLAIN, "X_redirect", X_redirect, nullptr, nullptr},
+    /* 49 */ {PLAIN, "X_setcookie", X_setcookie, nullptr, nullptr},
+    /* 50 */ {PLAIN, "X_clearcookie", X_clearcookie, nullptr, nullptr},
 };
 
 // Builds the keyword tree on first use.

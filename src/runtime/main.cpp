@@ -12,14 +12,15 @@
 #include "runtime/site.h"
 #include "syscmd/process.h"
 #include "x.h"
+#include "page/output.h"
 
 namespace {
 
-// The content type line that opens the HTTP header.
+// The content type line that opens the HTTP header, held with the rest of
+// the header until the body starts.
 void content_type() {
-    fputs(X_safe() ? "Content-Type: text/html; charset=utf-8\r\n" : "Content-Type: text/html\r\n",
-          stdout);
-    fflush(stdout);
+    X_head_begin(X_safe() ? "Content-Type: text/html; charset=utf-8\r\n"
+                          : "Content-Type: text/html\r\n");
 }
 
 // Pages recurse through calls, blocks and includes with 64 KiB line buffers
