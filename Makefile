@@ -1,6 +1,7 @@
 # make        build build/Tolm
 # make test   build the release and the sanitizer builds and run every test in both
 # make demo   serve the example site under lighttpd on 127.0.0.1
+#             (make demo MODE=fastcgi: Tolm as a FastCGI server behind nginx)
 # make bench  build and run the benchmarks
 #
 # Each target first installs, with apt-get, the Debian packages it needs and
@@ -16,9 +17,11 @@ SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 BUILD_PKGS := g++:g++ cmake:cmake ninja:ninja-build \
               /usr/include/gtest/gtest.h:libgtest-dev \
               /usr/include/benchmark/benchmark.h:libbenchmark-dev
-RUN_PKGS := python3:python3 /usr/sbin/lighttpd:lighttpd
+RUN_PKGS := python3:python3 /usr/sbin/lighttpd:lighttpd /usr/sbin/nginx:nginx
+BENCH_PKGS := wrk:wrk
+MODE ?= cgi
 
-.PHONY: all build asan test demo bench deps build-deps run-deps clean
+.PHONY: all build asan test demo bench deps build-deps run-deps bench-deps clean
 
 all: build
 
@@ -42,6 +45,9 @@ build-deps:
 run-deps:
 	$(call install,$(RUN_PKGS))
 
+bench-deps:
+	$(call install,$(BENCH_PKGS))
+
 deps: build-deps run-deps
 
 $(BUILD)/build.ninja: | build-deps
@@ -63,10 +69,11 @@ test: deps
 	  ctest -j $(JOBS) --output-on-failure
 
 demo: run-deps build
-	python3 examples/serve.py $(BUILD)/Tolm
+	python3 examples/serve.py $(if $(filter fastcgi,$(MODE)),--fastcgi) $(BUILD)/Tolm
 
-bench: build
+bench: build run-deps bench-deps
 	for b in $(BUILD)/bench/bench_*; do $$b --benchmark_min_time=0.2; done
+	python3 bench/web.py $(BUILD)/Tolm
 
 clean:
 	rm -rf $(BUILD) $(ASAN)
