@@ -39,12 +39,8 @@ static void take_params(int ctl) {
         if (strchr(s, '=')) putenv(s);
 }
 
-// Moves FD to DST (0 or 1) without the close-on-exec flag.
+// Moves FD (above 2) to DST, which loses its close-on-exec flag.
 static void bind_fd(int fd, int dst) {
-    if (fd == dst) {
-        fcntl(fd, F_SETFD, 0);
-        return;
-    }
     dup2(fd, dst);
     close(fd);
 }
@@ -59,42 +55,38 @@ static void plain_signals() {
 }
 
 int fcgi_page_start(FCGI_PAGE *pg, int close_fd) {
-    int ctl[2], in[2], out[2];
-    if (pipe2(ctl, O_CLOEXEC) != 0) return -1;
-    if (pipe2(in, O_CLOEXEC) != 0) {
-        close(ctl[0]), close(ctl[1]);
-        return -1;
-    }
-    if (pipe2(out, O_CLOEXEC) != 0) {
-        close(ctl[0]), close(ctl[1]), close(in[0]), close(in[1]);
-        return -1;
-    }
+    // Pipes [0] control, [1] body, [2] output, [3] error output: the relay
+    // writes the first two and reads the others.
+    int p[4][2], made = 0;
+    while (made < 4 && pipe2(p[made], O_CLOEXEC) == 0) made++;
     pid_t relay = getpid();
-    pid_t pid = fork();
+    pid_t pid = made == 4 ? fork() : -1;
     if (pid != 0) {
-        close(ctl[0]), close(in[0]), close(out[1]);
+        for (int i = 0; i < made; i++) close(p[i][i < 2 ? 0 : 1]);
         if (pid < 0) {
-            close(ctl[1]), close(in[1]), close(out[0]);
+            for (int i = 0; i < made; i++) close(p[i][i < 2 ? 1 : 0]);
             return -1;
         }
         setpgid(pid, pid);  // also done by the child: whichever runs first
-        *pg = {pid, ctl[1], in[1], out[0]};
+        *pg = {pid, p[0][1], p[1][1], p[2][0], p[3][0]};
         return 1;
     }
     // A page outlives no relay: the relay is what answers the web server.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != relay) _exit(0);
     setpgid(0, 0);
-    close(ctl[1]), close(in[1]), close(out[0]);
-    // Keep the pipe ends clear of 0 and 1 before binding them there.
-    int body = fcntl(in[0], F_DUPFD_CLOEXEC, 3);
-    int page_out = fcntl(out[1], F_DUPFD_CLOEXEC, 3);
-    close(in[0]), close(out[1]);
+    for (int i = 0; i < 4; i++) close(p[i][i < 2 ? 1 : 0]);
+    // Keep the pipe ends clear of 0, 1 and 2 before binding them there.
+    int fd[3];
+    for (int i = 0; i < 3; i++) {
+        int end = p[i + 1][i == 0 ? 0 : 1];
+        fd[i] = fcntl(end, F_DUPFD_CLOEXEC, 3);
+        close(end);
+    }
     if (close_fd >= 0) close(close_fd);
-    take_params(ctl[0]);
-    close(ctl[0]);
-    bind_fd(body, 0);
-    bind_fd(page_out, 1);
+    take_params(p[0][0]);
+    close(p[0][0]);
+    for (int i = 0; i < 3; i++) bind_fd(fd[i], i);
     plain_signals();
     return 0;
 }

@@ -70,13 +70,14 @@ struct FCGI_PAGE {
     int ctl;  // parameters to the page (write end)
     int in;   // request body to the page's standard input (write end)
     int out;  // the page's standard output (read end)
+    int err;  // the page's standard error (read end)
 };
 
 // Forks a page process that waits for a request. In the caller it fills PG
 // and returns 1 (-1 when it could not). In the page process it closes
 // CLOSE_FD, waits for the parameters, puts them into the environment, binds
-// standard input and output to the relay and returns 0; it exits when the
-// relay goes away without a request.
+// standard input, output and error to the relay and returns 0; it exits when
+// the relay goes away without a request.
 int fcgi_page_start(FCGI_PAGE *pg, int close_fd);
 // Serves the one request arriving on CONN with the page process PG, which it
 // kills after TIMEOUT seconds; always ends the request with an

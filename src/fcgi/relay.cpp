@@ -33,6 +33,7 @@ struct Relay {
     unsigned char *raw;  // the parameter stream so far (malloc)
     int rlen, rcap;      // bytes used and allocated in raw
     long sent;           // FCGI_STDOUT bytes sent
+    long errs;           // FCGI_STDERR bytes sent
     int used_in, used_out;  // most bytes ever held in pending and chunk
     int blen, boff;      // body bytes waiting in pending, and those written
 };
@@ -195,16 +196,18 @@ void feed_page(Relay *r) {
     if (r->boff == r->blen) r->blen = 0;
 }
 
-// Passes what the page wrote to the web server; closes the pipe at its end.
-void drain_page(Relay *r) {
-    ssize_t n = read(r->pg->out, chunk, sizeof chunk);
+// Passes what the page wrote on FD (its output or error pipe) to the web
+// server as records of TYPE; closes the pipe at its end.
+void drain_page(Relay *r, int *fd, int type) {
+    ssize_t n = read(*fd, chunk, sizeof chunk);
     if (n < 0 && (errno == EAGAIN || errno == EINTR)) return;
     if (n <= 0) {
-        close_fd(&r->pg->out);
+        close_fd(fd);
         return;
     }
-    if (fcgi_write(r->conn, FCGI_STDOUT, r->id, chunk, static_cast<int>(n)) != 0) r->gone = 1;
-    r->sent += n;
+    if (fcgi_write(r->conn, type, r->id, chunk, static_cast<int>(n)) != 0) r->gone = 1;
+    if (type == FCGI_STDOUT) r->sent += n;
+    else r->errs += n;
     if (n > r->used_out) r->used_out = static_cast<int>(n);
 }
 
@@ -244,14 +247,15 @@ void finish(Relay *r, int status, int timed_out) {
                           : snprintf(note, sizeof note, "Tolm: page ended by signal %d\n",
                                      status - 128);
         fcgi_write(r->conn, FCGI_STDERR, r->id, note, n);
+        r->errs += n;
         if (r->sent == 0) {
             static const char reply[] =
                 "Status: 500 Internal Server Error\r\nContent-Type: text/html\r\n\r\n"
                 "<h1>500 Internal Server Error</h1>\n";
             fcgi_write(r->conn, FCGI_STDOUT, r->id, reply, sizeof reply - 1);
         }
-        fcgi_write(r->conn, FCGI_STDERR, r->id, nullptr, 0);
     }
+    if (r->errs) fcgi_write(r->conn, FCGI_STDERR, r->id, nullptr, 0);
     fcgi_write(r->conn, FCGI_STDOUT, r->id, nullptr, 0);
     fcgi_end(r->conn, r->id, status, FCGI_REQUEST_COMPLETE);
 }
@@ -282,18 +286,20 @@ int fcgi_serve(int conn, FCGI_PAGE *pg, int timeout, int maxconns) {
             timed_out = 1;
             break;
         }
-        pollfd p[4];
-        int np = 0, ic = -1, ii = -1, io = -1, ip = -1;
+        pollfd p[5];
+        int np = 0, ic = -1, ii = -1, io = -1, ie = -1, ip = -1;
         if (!r.done && r.blen == 0) p[ic = np++] = {conn, POLLIN, 0};
         if (r.blen > 0 && pg->in >= 0) p[ii = np++] = {pg->in, POLLOUT, 0};
         if (r.started && pg->out >= 0) p[io = np++] = {pg->out, POLLIN, 0};
+        if (r.started && pg->err >= 0) p[ie = np++] = {pg->err, POLLIN, 0};
         if (!reaped && pidfd >= 0) p[ip = np++] = {pidfd, POLLIN, 0};
         int wait = static_cast<int>(left);
         if (pidfd < 0 && !reaped) wait = wait > 5 ? 5 : wait;  // no pidfd: look now and then
         if (poll(p, np, wait) < 0 && errno != EINTR) break;
         if (ic >= 0 && p[ic].revents) read_conn(&r);
         if (ii >= 0 && p[ii].revents) feed_page(&r);
-        if (io >= 0 && p[io].revents) drain_page(&r);
+        if (ie >= 0 && p[ie].revents) drain_page(&r, &pg->err, FCGI_STDERR);
+        if (io >= 0 && p[io].revents) drain_page(&r, &pg->out, FCGI_STDOUT);
         if (!reaped && waitpid(pg->pid, &st, WNOHANG) == pg->pid) reaped = 1;
         if (reaped && r.blen > 0) r.blen = 0;  // nobody left to take it
         if (reaped && !r.started) break;       // the page died before the request
@@ -307,9 +313,17 @@ int fcgi_serve(int conn, FCGI_PAGE *pg, int timeout, int maxconns) {
     } else if (timed_out) {
         kill(-pg->pid, SIGKILL);  // whatever the page left holding its output
     }
+    // Error output is passed on as far as it has come: the response does
+    // not wait for whoever may still hold the pipe.
+    if (!timed_out && !r.gone && pg->err >= 0) {
+        fcntl(pg->err, F_SETFL, O_NONBLOCK);
+        for (int i = 0; i < 16 && pg->err >= 0 && !r.gone; i++)
+            drain_page(&r, &pg->err, FCGI_STDERR);
+    }
     close_fd(&pg->ctl);
     close_fd(&pg->in);
     close_fd(&pg->out);
+    close_fd(&pg->err);
     // The next page process is forked from this one: it gets nothing of
     // this request.
     if (r.raw) explicit_bzero(r.raw, r.rcap);

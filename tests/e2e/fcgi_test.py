@@ -20,7 +20,7 @@ PAGES = {
     "leak.html": "var=[$(v)] env=[$(env:HTTP_X_SECRET)] pid=[$(X_PID)]\n<@set> v leaked\n",
     "quit.html": "before quit\n<@quit>\nnever\n",
     "crash.html": "before crash\n<@shell> kill -ABRT $(X_PID)\nnever\n",
-    "error.html": "<@exec> nosuchfunction\n",
+    "error.html": "<@shell> echo to-the-log >&2\n<@exec> nosuchfunction\n",
     "slow.html": "slow start\n<@sleep> $(s)\nslow end\n",
     "echo.html": "n=[$(n)] len=[$(len:blob)]\n",
 }
@@ -65,8 +65,9 @@ def pool_checks(tolm):
                 r = get(page)
                 expect(r.status == status and text in r.text and "never" not in r.text,
                        "%s: %d %r" % (page, r.status, r.text))
-            expect("page ended by signal 6" in
-                   open(site.path("tmp", "nginx.error.log")).read(), "crash not logged")
+            log = open(site.path("tmp", "nginx.error.log")).read()
+            expect("page ended by signal 6" in log, "crash not logged")
+            expect("FastCGI sent in stderr: \"to-the-log" in log, "page's stderr not logged")
             expect_eq(get("leak.html").status, 200)
 
         def hung_page_is_killed_after_the_limit():

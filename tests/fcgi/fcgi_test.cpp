@@ -122,6 +122,7 @@ TEST(FcgiRecord, ReaderTakesWholeRecordsAndStreamsSplit) {
             " EQ=" + (getenv("B=C") ? "set" : "unset") + "\n");
         char buf[8192];
         for (ssize_t n; (n = read(0, buf, sizeof buf)) > 0;) say(Bytes(buf, n));
+        (void)!write(2, "to the log\n", 11);
         _exit(3);
     }
     if (!strcmp(mode, "crash")) raise(SIGABRT);  // one a sanitizer lets through
@@ -209,6 +210,7 @@ TEST(FcgiRelay, PageOutputAndExitStatusReachTheServer) {
     Reply r = relay(record(FCGI_GET_VALUES, 0, values) + begin(1) + begin(2) +
                     request("echo", body).substr(16));
     EXPECT_TRUE(r.out == "A=1 LONG=5000 EQ=unset\n" + body) << r.out.substr(0, 200);
+    EXPECT_EQ(r.err, "to the log\n");
     EXPECT_EQ(r.status, 3);
     EXPECT_EQ(r.served, 3);
     EXPECT_EQ(r.protocol, FCGI_REQUEST_COMPLETE);
