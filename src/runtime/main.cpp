@@ -6,6 +6,7 @@
 #include <sys/resource.h>
 
 #include "diag/diag.h"
+#include "fcgi/fcgi.h"
 #include "form/form.h"
 #include "runtime/config.h"
 #include "runtime/runtime.h"
@@ -84,6 +85,9 @@ void *interpreter(void *p) {
 }  // namespace
 
 int main(int argc, char **argv) {
+    // Under FastCGI only each request's page process gets past this line; it
+    // runs as a CGI program started without arguments.
+    if (X_fastcgi()) argc = 1;
     Debug = 0;
     Trace = 0;
     // One malloc arena: the interpreter thread needs no arena of its own.
