@@ -17,8 +17,9 @@ BUILD_PKGS := g++:g++ cmake:cmake ninja:ninja-build \
               /usr/include/gtest/gtest.h:libgtest-dev \
               /usr/include/benchmark/benchmark.h:libbenchmark-dev
 RUN_PKGS := python3:python3 /usr/sbin/lighttpd:lighttpd
+BENCH_PKGS := hyperfine:hyperfine
 
-.PHONY: all build asan test demo bench deps build-deps run-deps clean
+.PHONY: all build asan test demo bench deps build-deps run-deps bench-deps clean
 
 all: build
 
@@ -41,6 +42,9 @@ build-deps:
 
 run-deps:
 	$(call install,$(RUN_PKGS))
+
+bench-deps:
+	$(call install,$(BENCH_PKGS))
 
 deps: build-deps run-deps
 
@@ -65,8 +69,9 @@ test: deps
 demo: run-deps build
 	python3 examples/serve.py $(BUILD)/Tolm
 
-bench: build
+bench: build run-deps bench-deps
 	for b in $(BUILD)/bench/bench_*; do $$b --benchmark_min_time=0.2; done
+	python3 bench/compare.py $(BUILD)/Tolm
 
 clean:
 	rm -rf $(BUILD) $(ASAN)
