@@ -1,7 +1,8 @@
 // The interpreter's own stack: pages recurse through calls, blocks and
 // includes with 64 KiB line buffers in each frame, far deeper than the
-// process stack allows. Start-up switches once onto a large anonymous
-// mapping; its pages are only touched as deep recursion reaches them.
+// process stack allows. Start-up switches once (setcontext) onto a large
+// anonymous mapping; its pages are only touched as deep recursion reaches
+// them.
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <ucontext.h>
@@ -54,7 +55,7 @@ void X_run_on_stack(void (*fn)(int, char **), int argc, char **argv) {
     run_fn = fn;
     entry_argc = argc;
     entry_argv = argv;
-    static ucontext_t here, there;
+    static ucontext_t there;
     getcontext(&there);
     there.uc_stack.ss_sp = base;
     there.uc_stack.ss_size = kStack;
@@ -63,6 +64,7 @@ void X_run_on_stack(void (*fn)(int, char **), int argc, char **argv) {
 #if defined(__SANITIZE_ADDRESS__)
     __sanitizer_start_switch_fiber(nullptr, base, kStack);
 #endif
-    swapcontext(&here, &there);
-    X_exit(0);  // not reached: the interpreter leaves through X_exit
+    // Nothing returns here: the interpreter leaves through X_exit.
+    setcontext(&there);
+    X_exit(0);
 }

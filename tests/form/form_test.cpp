@@ -2,10 +2,12 @@
 // multipart bodies, with broken and oversized input.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
 #include <unistd.h>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -161,18 +163,25 @@ TEST_F(Form, TenThousandPairs) {
 }
 
 // The count rules the read: nothing without it; a count beyond the body
-// keeps the byte the end of input turns into; a huge value is cut and the
-// stream stays in step.
+// keeps the byte the end of input turns into; the largest body is read
+// whole, and a count outside 0..X_MAXPOST is refused before any read.
 TEST_F(Form, PostCountAndValueSize) {
     EXPECT_EQ(post("a=1", ""), 0);
     EXPECT_TRUE(pairs().empty());
     EXPECT_EQ(getchar(), 'a');
     EXPECT_EQ(post("a=1&b=2", "100"), 0);
     EXPECT_EQ(pairs(), (Strings{"a=1", "b=2\xff"}));
-    ASSERT_EQ(post("v=" + std::string(5 << 20, 'x') + "&w=1"), 0);
+    ASSERT_EQ(post("v=" + std::string(X_MAXPOST - 6, 'x') + "&w=1"), 0);
     ASSERT_EQ(pairs().size(), 2u);
-    EXPECT_EQ(strlen(list[0].val), size_t(X_MAXPOST - 2));
+    EXPECT_EQ(strlen(list[0].val), size_t(X_MAXPOST - 6));
     EXPECT_STREQ(list[1].val, "1");
+    for (const char *n : {"262145", "-1", "-2147483648", "2147483648", "4294967296",
+                          "9223372036854775808", "-99999999999999999999"}) {
+        EXPECT_EQ(post("a=1", n), -1) << n;
+        EXPECT_STREQ(POST_errmsg, "Invalid CONTENT_LENGTH.\n");
+        EXPECT_TRUE(pairs().empty());
+        EXPECT_EQ(getchar(), 'a');
+    }
 }
 
 const std::string B = "----b7x";  // the boundary line of the bodies below
@@ -201,6 +210,32 @@ TEST_F(Form, MultipartFieldsAndFileNames) {
                                 "h=" + up("..", 3), "i=" + up(".", 4), "e=(null)", "n=(null)"}));
     EXPECT_EQ(slurp(list[1].val), data);
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(tmp), {}), 4);
+}
+
+// An upload file is made anew, for this user only: a stale file is
+// replaced and a symbolic link in its place is removed, not followed.
+TEST_F(Form, MultipartFilesNeverFollowLinks) {
+    auto up = [&](int i) {
+        return tmp + "/u.txt.." + std::to_string(getpid()) + "." + std::to_string(i);
+    };
+    std::string target = tmp + "/target";
+    std::filesystem::create_directory(tmp + "/dir");
+    std::ofstream(target) << "keep";
+    std::filesystem::create_symlink(target, up(0));
+    std::filesystem::create_symlink(tmp + "/dir", up(1));
+    std::ofstream(up(2)) << "stale content, longer than the new";
+    ASSERT_EQ(multipart(file("a", "u.txt", "new0") + file("b", "u.txt", "new1") +
+                        file("c", "u.txt", "new2") + B + "--\r\n"),
+              0);
+    EXPECT_EQ(slurp(target.c_str()), "keep");
+    for (int i = 0; i < 3; ++i) {
+        struct stat st;
+        ASSERT_EQ(lstat(up(i).c_str(), &st), 0);
+        EXPECT_TRUE(S_ISREG(st.st_mode)) << i;
+        EXPECT_EQ(st.st_mode & 0777, 0600u) << i;
+        EXPECT_EQ(slurp(up(i).c_str()), "new" + std::to_string(i));
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(tmp + "/dir"));
 }
 
 // A body cut inside a part is broken input and keeps what came before; one
