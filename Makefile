@@ -25,7 +25,7 @@ RUN_PKGS := python3:python3 /usr/sbin/lighttpd:lighttpd /usr/lib/postgresql:post
             /usr/sbin/nginx:nginx
 # The web servers whose set-up files in docs/servers are tested.
 TEST_PKGS := /usr/sbin/apache2:apache2 /usr/sbin/nginx:nginx /usr/sbin/fcgiwrap:fcgiwrap
-BENCH_PKGS := wrk:wrk
+BENCH_PKGS := wrk:wrk hyperfine:hyperfine
 MODE ?= cgi
 
 PREFIX ?= /usr/local
@@ -58,11 +58,11 @@ build-deps:
 run-deps:
 	$(call install,$(RUN_PKGS))
 
-test-deps:
-	$(call install,$(TEST_PKGS))
-
 bench-deps:
 	$(call install,$(BENCH_PKGS))
+
+test-deps:
+	$(call install,$(TEST_PKGS))
 
 deps: build-deps run-deps test-deps
 
@@ -91,6 +91,7 @@ bench: build run-deps bench-deps
 	for b in $(BUILD)/bench/bench_*; do $$b --benchmark_min_time=0.2; done
 	python3 bench/pg_request.py $(BUILD)/Tolm $(BUILD)/bench/pg_one
 	python3 bench/web.py $(BUILD)/Tolm
+	python3 bench/compare.py $(BUILD)/Tolm
 
 install: build
 	install -d $(BINDIR) $(MANDIR) $(DOCDIR)/servers

@@ -159,6 +159,11 @@ int X_transvalue(const char *name, char *out)
     return variable(name, out);
 }
 
+bool X_value_plain(const char *name)
+{
+    return name && *name && !find_row(name);
+}
+
 // Writes the value of name to the output stream.
 int X_printvalue(const char *name)
 {
