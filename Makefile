@@ -81,6 +81,7 @@ demo: run-deps build
 
 bench: run-deps build
 	for b in $(BUILD)/bench/bench_*; do $$b --benchmark_min_time=0.2; done
+	python3 bench/sql_walk.py $(BUILD)/Tolm
 	python3 bench/pg_request.py $(BUILD)/Tolm $(BUILD)/bench/pg_one
 
 install: build
