@@ -201,7 +201,11 @@ int X_command(X_FILE *fp, char *buff, int *compile, int ignore) {
     memcpy(keyword, k, n);
     keyword[n] = 0;
     int code = search(keyword);
-    if (code < 1 || code > kMaxCode) return let(buff, *compile, ignore);
+    if (code < 1 || code > kMaxCode) {
+        int r = let(buff, *compile, ignore);
+        if (r != 0 && !ignore) X_warn("unknown command <@%s>", keyword);
+        return r;
+    }
     return run(handlers[code], fp, buff, compile, ignore);
 }
 
@@ -235,5 +239,6 @@ int X_notfound(X_FILE *fp, int compile, int ignore) {
         if (compile) X_transline(line, nullptr, compile);
         else transvalue(line, nullptr);
     }
+    X_warn("a block is still open at the end of the page");
     return 0;
 }

@@ -5,6 +5,9 @@
 
 int X_printfile(const char *path, int compile);
 int X_fgets(char *buff, int size, X_FILE *file);
+// The page and the line number of the page line read last, for reports;
+// 0 and a null *path before any page was read.
+int X_where(const char **path);
 void cut_cmd(X_FILE *file, char *line);
 void cut_comment(X_FILE *file, char *line);
 void trim_buff(char *buff);
