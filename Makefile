@@ -84,14 +84,14 @@ bench: build
 
 install: build
 	install -d $(BINDIR) $(MANDIR) $(DOCDIR)/servers
-	install -m 755 $(BUILD)/Tolm $(BINDIR)/Tolm
+	install -m 755 $(BUILD)/Tolm $(BUILD)/tolm-pg $(BINDIR)
 	sed 's|/usr/local/share/|$(PREFIX)/share/|' docs/tolm.1 > $(MANDIR)/tolm.1
 	chmod 644 $(MANDIR)/tolm.1
 	install -m 644 docs/*.md $(DOCDIR)
 	install -m 644 docs/servers/* $(DOCDIR)/servers
 
 uninstall:
-	rm -f $(BINDIR)/Tolm $(MANDIR)/tolm.1
+	rm -f $(BINDIR)/Tolm $(BINDIR)/tolm-pg $(MANDIR)/tolm.1
 	rm -rf $(DOCDIR)
 
 clean:
