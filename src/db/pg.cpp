@@ -56,14 +56,16 @@ void hang_up()
 {
     if (chan >= 0) close(chan);
     chan = -1;
-    if (child > 0) {  // the companion ends on end of input; give it a moment
-        for (int i = 0; i < 100 && waitpid(child, nullptr, WNOHANG) == 0; i++) {
-            timespec ts{0, 10 * 1000 * 1000};
+    if (child > 0) {  // it ends on end of input; one stuck on its server gets a second
+        int i = 0;
+        while (waitpid(child, nullptr, WNOHANG) == 0) {
+            if (++i > 5000) {
+                kill(child, SIGKILL);
+                waitpid(child, nullptr, 0);
+                break;
+            }
+            timespec ts{0, 200 * 1000};
             nanosleep(&ts, nullptr);
-        }
-        if (waitpid(child, nullptr, WNOHANG) == 0) {
-            kill(child, SIGKILL);
-            waitpid(child, nullptr, 0);
         }
     }
     child = 0;

@@ -76,7 +76,7 @@ int open_sqlite(const char *dbname, const char *, const char *)
     X_TRACE("X_database: %s", dbname);
     char path[4096];
     db_path(dbname, path, sizeof path);
-    int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+    int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;  // one thread
     if (sqlite3_open_v2(path, &db, flags, nullptr) != SQLITE_OK) {
         fail_db();
         sqlite3_close(db);

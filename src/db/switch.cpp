@@ -57,7 +57,7 @@ int X_database(const char *dbname, const char *user, const char *passwd)
             return -1;
         }
     }
-    if (active != b) active->finish();
+    active->finish();  // one connection at a time
     active = b;
     int rc = b->open(dbname, user, passwd);
     if (rc != 0 && b != &X_nosql) {
