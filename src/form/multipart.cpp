@@ -2,7 +2,9 @@
 // the boundary; every part yields one pair in ent: an ordinary field its
 // raw value, a file field the path of a file in the temporary directory
 // that holds the uploaded bytes.
+#include <fcntl.h>
 #include <unistd.h>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include "diag/diag.h"
@@ -103,6 +105,18 @@ static const char *basename_of(const char *name) {
     return name;
 }
 
+// Creates the upload file PATH afresh, with the mode fopen "w" gives: what
+// was there under that name goes first, so that a symbolic link someone put
+// in the directory is replaced and never written through.
+static FILE *create(const char *path) {
+    unlink(path);
+    int fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0666);
+    if (fd < 0) return nullptr;
+    FILE *f = fdopen(fd, "w");
+    if (!f) close(fd);
+    return f;
+}
+
 // A file field: the content goes to "%s/%s..%d.%d" in tmp; the value is
 // that path, or NULL when no file was chosen. Sets *broken as above.
 static char *file_value(Body *b, const char *tmp, int i, bool *broken) {
@@ -120,11 +134,15 @@ static char *file_value(Body *b, const char *tmp, int i, bool *broken) {
     }
     // The base holds no slash and the "..PID.index" tail follows it, so the
     // path always names a plain file in tmp; one that does not fit is not made.
+    // A base too long for one file name is cut so that the upload is kept.
+    char tail[48];
+    int taillen = snprintf(tail, sizeof tail, "..%d.%d", getpid(), i);
+    int room = NAME_MAX - taillen;
     char path[4096];
-    int len = snprintf(path, sizeof path, "%s/%s..%d.%d", tmp, base, getpid(), i);
+    int len = snprintf(path, sizeof path, "%s/%.*s%s", tmp, room, base, tail);
     bool keep = len < static_cast<int>(sizeof path);
     char *val = keep ? strdup(path) : nullptr;
-    FILE *out = keep ? fopen(path, "w") : nullptr;
+    FILE *out = keep ? create(path) : nullptr;
     skip_headers(b);
     long n = copy_content(b, out);
     if (out) fclose(out);

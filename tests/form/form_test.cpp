@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <unistd.h>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -217,6 +218,26 @@ TEST_F(Form, MultipartCutBodies) {
     EXPECT_EQ(pairs(), (Strings{"a=1"}));
     EXPECT_EQ(multipart("no boundary line at all"), 0);
     EXPECT_TRUE(pairs().empty());
+}
+
+// A client name too long for one file name is cut so that the upload is
+// still kept; a link planted under the upload's name is replaced, never
+// written through.
+TEST_F(Form, UploadFilesKeptAndNeverWrittenThroughLinks) {
+    std::string target = tmp + "/../tolm-link-target." + std::to_string(getpid());
+    std::string planted = tmp + "/l.txt.." + std::to_string(getpid()) + ".1";
+    ASSERT_EQ(symlink(target.c_str(), planted.c_str()), 0);
+    ASSERT_EQ(multipart(file("f", std::string(300, 'f'), "long") + file("g", "l.txt", "link") +
+                        B + "--\r\n"),
+              0);
+    std::string up = std::filesystem::path(list[0].val).filename();
+    EXPECT_EQ(up.size(), size_t(NAME_MAX));
+    EXPECT_TRUE(up.ends_with("f.." + std::to_string(getpid()) + ".0")) << up;
+    EXPECT_EQ(slurp(list[0].val), "long");
+    EXPECT_EQ(list[1].val, planted);
+    EXPECT_EQ(slurp(list[1].val), "link");
+    EXPECT_EQ(access(target.c_str(), F_OK), -1);
+    unlink(planted.c_str());
 }
 
 // Names, file names and the boundary line longer than their buffers are cut;
