@@ -1,5 +1,6 @@
 // Request method, query strings, PATH_INFO and URL-encoded POST bodies:
 // each decoder fills ent with name/value pairs ended by an empty row.
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include "diag/diag.h"
@@ -54,7 +55,7 @@ char *fmakeword(FILE *f, char stop, int *cl) {
     bool cut = false;
     for (;;) {
         char c = static_cast<char>(getc(f));
-        --(*cl);
+        if (*cl != INT_MIN) --(*cl);  // a negative count never reaches 0
         if (c == stop) break;
         if (len < X_MAXPOST)
             word[len++] = c;
