@@ -3,6 +3,8 @@
 # make demo   serve the example site under lighttpd on 127.0.0.1
 # make bench  build and run the benchmarks
 # make fuzz   build the fuzz targets and run each FUZZ_SECONDS (default 60)
+# make install, make uninstall   the binary, tolm(1) and the documentation
+#             under $(DESTDIR)$(PREFIX) (PREFIX defaults to /usr/local)
 #
 # Each target first installs, with apt-get, the Debian packages it needs and
 # the machine lacks.
@@ -22,8 +24,16 @@ BUILD_PKGS := g++:g++ cmake:cmake ninja:ninja-build \
               clang++-14:clang-14 \
               /usr/lib/llvm-14/lib/clang/14.0.6/lib/linux/libclang_rt.fuzzer-x86_64.a:libclang-rt-14-dev
 RUN_PKGS := python3:python3 /usr/sbin/lighttpd:lighttpd
+# The web servers whose set-up files in docs/servers are tested.
+TEST_PKGS := /usr/sbin/apache2:apache2 /usr/sbin/nginx:nginx /usr/sbin/fcgiwrap:fcgiwrap
 
-.PHONY: all build asan fuzz-build fuzz test demo bench deps build-deps run-deps clean
+PREFIX ?= /usr/local
+BINDIR := $(DESTDIR)$(PREFIX)/bin
+MANDIR := $(DESTDIR)$(PREFIX)/share/man/man1
+DOCDIR := $(DESTDIR)$(PREFIX)/share/doc/tolm
+
+.PHONY: all build asan fuzz-build fuzz test demo bench deps build-deps run-deps test-deps clean \
+        install uninstall
 
 all: build
 
@@ -47,7 +57,10 @@ build-deps:
 run-deps:
 	$(call install,$(RUN_PKGS))
 
-deps: build-deps run-deps
+test-deps:
+	$(call install,$(TEST_PKGS))
+
+deps: build-deps run-deps test-deps
 
 $(BUILD)/build.ninja: | build-deps
 	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTOLM_BENCH=ON
@@ -87,6 +100,18 @@ demo: run-deps build
 
 bench: build
 	for b in $(BUILD)/bench/bench_*; do $$b --benchmark_min_time=0.2; done
+
+install: build
+	install -d $(BINDIR) $(MANDIR) $(DOCDIR)/servers
+	install -m 755 $(BUILD)/Tolm $(BINDIR)/Tolm
+	sed 's|/usr/local/share/|$(PREFIX)/share/|' docs/tolm.1 > $(MANDIR)/tolm.1
+	chmod 644 $(MANDIR)/tolm.1
+	install -m 644 docs/*.md $(DOCDIR)
+	install -m 644 docs/servers/* $(DOCDIR)/servers
+
+uninstall:
+	rm -f $(BINDIR)/Tolm $(MANDIR)/tolm.1
+	rm -rf $(DOCDIR)
 
 clean:
 	rm -rf $(BUILD) $(ASAN) $(FUZZ)

@@ -75,7 +75,7 @@ struct X_FILE {
     long offset;        // current read position in text
     long size;          // file size at loading
     struct stat stat;   // stat record at loading
-    char path[256];     // the path as given
+    char path[256];     // the path as given; unterminated when it fills all 256
     X_FILE *next;       // next cached image
 };
 

@@ -14,7 +14,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
     static entry list[X_MAXENT];
     memset(list, 0, sizeof list);
-    if (POST_parser(list) != 0) abort();
+    // A refused count reads nothing and leaves an empty list.
+    if (POST_parser(list) != 0 && (!POST_errmsg || list[0].name)) abort();
     int n = 0;
     for (; n < X_MAXENT && (list[n].name || list[n].val); ++n) {
         if (!list[n].name || strlen(list[n].name) > X_MAXPOST) abort();

@@ -1,7 +1,6 @@
 // Page functions: <@function> records where a body lies and its parameter
 // names, <@call> runs the body with the parameters bound as variables that
 // hide same-named ones, <@return> hands a value back and unwinds.
-#include <alloca.h>
 
 #include <cstring>
 
@@ -180,15 +179,6 @@ void unbind(CallFrame *c) {
     return 0;
 }
 
-// X_stack_low as seen RESERVE bytes further down: a call is refused while
-// its body's frames (line buffers of the block runner and of the blocks
-// inside) would still find room, so the call itself reports it.
-[[gnu::noinline]] int low_with_reserve(size_t reserve) {
-    void *pad = alloca(reserve);
-    asm volatile("" : : "r"(pad) : "memory");
-    return X_stack_low();
-}
-
 // Reports a call that would overflow the stack, naming the function as
 // written on the line.
 int too_deep(const char *text) {
@@ -213,7 +203,7 @@ int X_call(char *buff, int compile, int ignore, char *ret) {
     if (!has_prefix(buff, "<@call>")) return -1;
     X_TRACE("X_call: {%s} compile: %d ignore: %d \n", buff, compile, ignore);
     if (ignore) return 0;
-    if (low_with_reserve(kCallReserve)) return too_deep(buff + 7);
+    if (X_stack_low_reserve(kCallReserve)) return too_deep(buff + 7);
     char *saved = Return;
     Return = ret;
     CallFrame c{};

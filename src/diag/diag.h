@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 
 #include "x.h"
@@ -21,6 +22,10 @@ int ERRMSG(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 // The same for a text that came from a page or a request: it is formatted
 // with the safe formatter and no arguments, never by the C library.
 int ERRMSG_text(const char *text);
+
+// Writes one line "Tolm: TEXT" to standard error (the web server's error
+// log); control characters in TEXT are shown as \xNN. Returns 0.
+int X_log(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 
 int ERRTRAP(const char *name);
 int X_error(char *line, int compile, int ignore);
@@ -44,3 +49,4 @@ int X_format(char *out, int size, const char *fmt, const X_fmtarg *args, int nar
 void X_stack_base(void *base);
 void X_stack_size(long bytes);  // the stack's size; a margin is kept free
 int X_stack_low();
+int X_stack_low_reserve(size_t reserve);  // as seen RESERVE bytes deeper

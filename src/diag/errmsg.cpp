@@ -2,15 +2,61 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <string>
+#include <string_view>
 
 #include "control/blocks.h"
 #include "diag/diag.h"
 #include "page/page.h"
 #include "runtime/runtime.h"
+#include "runtime/site.h"
+#include "storage/store.h"
+#include "subst/escape.h"
 #include "subst/subst.h"
 #include "x.h"
 
-static int locked;  // 1 while a trap call or the final output runs
+static int locked;     // 1 while a trap call or the final output runs
+static int page_text;  // X_ERRMSG is the page's own text (<@error>)
+
+// Where a path may start in a message: after a blank or an opening mark.
+static bool path_start(const char *msg, const char *p) {
+    return *p == '/' && (p == msg || strchr(" \t[(:=\"'", p[-1]));
+}
+
+// MSG without the server's paths: a path under the site's root is shown
+// from the root, as its URL names it; any other absolute path by its last
+// component.
+static std::string hide_paths(const char *msg) {
+    const char *root = X_get_value("X_ROOT");
+    size_t rl = root && strcmp(root, "/") ? strlen(root) : 0;
+    std::string out;
+    for (const char *p = msg; *p;) {
+        size_t len = path_start(msg, p) ? strcspn(p, " \t\n])\"'") : 0;
+        if (len < 2) {
+            out += *p++;
+            continue;
+        }
+        std::string_view path(p, len);
+        if (rl && path.starts_with(std::string_view(root, rl)) && (len == rl || p[rl] == '/'))
+            out.append(len == rl ? std::string_view("/") : path.substr(rl));
+        else
+            out.append(path.substr(path.rfind('/', len - 2) + 1));
+        p += len;
+    }
+    return out;
+}
+
+// The message as the visitor is shown it: program messages have their
+// markup characters escaped, a page's own text is shown as written. The
+// safe profile also hides the server's paths and escapes every message.
+static void shown_message(char *out, int size, int kind) {
+    if (X_safe()) {
+        X_escape(kind, hide_paths(X_ERRMSG).c_str(), out, size);
+        return;
+    }
+    if (page_text) snprintf(out, size, "%s", X_ERRMSG);
+    else X_escape(X_ESC_PRE, X_ERRMSG, out, size);
+}
 
 // After X_ERRMSG is filled: the trap, or the message and the end of the run.
 static int deliver() {
@@ -27,12 +73,23 @@ static int deliver() {
     }
     locked = 1;
     X_header();
+    bool cgi = getenv("REQUEST_METHOD");
     if (!X_ERROR) {
-        if (!getenv("REQUEST_METHOD"))
+        if (!cgi) {
             printf("Usage:\n\tTolm script [-Var Value [-Var2 Value2 [..]]]\n\nERROR: %s\n", X_ERRMSG);
-        else
-            printf("</table></table></table><hr><h3><pre>\n %s \n</pre></h3><hr>", X_ERRMSG);
+        } else {
+            static char shown[X_MAXLINE];
+            shown_message(shown, sizeof shown, X_ESC_PRE);
+            printf("</table></table></table><hr><h3><pre>\n %s \n</pre></h3><hr>", shown);
+        }
     } else {
+        // The error page shows $(X_ERRMSG): in the safe profile as the
+        // visitor may see it.
+        if (cgi && X_safe()) {
+            static char shown[X_MAXLINE];
+            shown_message(shown, sizeof shown, X_ESC_HTML);
+            memcpy(X_ERRMSG, shown, strlen(shown) + 1);
+        }
         if (X_fp) fclose(X_fp);
         X_fp = nullptr;
         X_stdout = nullptr;
@@ -89,7 +146,10 @@ int X_error(char *line, int compile, int ignore) {
     char text[X_MAXLINE];
     X_expand_args(line + 8, text, compile);
     X_DEBUG("%s // %s \n", line, text);
-    return ERRMSG_text(text);
+    page_text = 1;
+    int r = ERRMSG_text(text);
+    page_text = 0;
+    return r;
 }
 
 // The database error exit: reports the back end's text and calls the

@@ -1,4 +1,5 @@
 // Stack guard for the recursion of pages, blocks, calls and references.
+#include <cstddef>
 #include <cstdint>
 
 #include "diag/diag.h"
@@ -20,8 +21,17 @@ void X_stack_size(long bytes) {
     limit = static_cast<uintptr_t>(bytes - margin);
 }
 
+// -1 when the stack address HERE lies past the usable part of the stack.
+// X_stack_low_reserve asks it for the address RESERVE bytes below its caller,
+// so that a nested run needing that much is refused before it starts.
+static int low_at(uintptr_t here) {
+    return base && here < base && base - here > limit ? -1 : 0;
+}
+
 int X_stack_low() {
-    if (!base) return 0;
-    uintptr_t here = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
-    return here < base && base - here > limit ? -1 : 0;
+    return low_at(reinterpret_cast<uintptr_t>(__builtin_frame_address(0)));
+}
+
+int X_stack_low_reserve(size_t reserve) {
+    return low_at(reinterpret_cast<uintptr_t>(__builtin_frame_address(0)) - reserve);
 }

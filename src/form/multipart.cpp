@@ -105,12 +105,12 @@ static const char *basename_of(const char *name) {
     return name;
 }
 
-// Creates the upload file PATH afresh, with the mode fopen "w" gives: what
-// was there under that name goes first, so that a symbolic link someone put
-// in the directory is replaced and never written through.
+// A new file at PATH, readable by this user only. A stale file of an
+// earlier process with the same id is replaced; a symbolic link there is
+// removed, never followed. NULL when the file cannot be made.
 static FILE *create(const char *path) {
     unlink(path);
-    int fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0666);
+    int fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
     if (fd < 0) return nullptr;
     FILE *f = fdopen(fd, "w");
     if (!f) close(fd);
@@ -143,6 +143,7 @@ static char *file_value(Body *b, const char *tmp, int i, bool *broken) {
     bool keep = len < static_cast<int>(sizeof path);
     char *val = keep ? strdup(path) : nullptr;
     FILE *out = keep ? create(path) : nullptr;
+    X_upload_add(val);
     skip_headers(b);
     long n = copy_content(b, out);
     if (out) fclose(out);
@@ -154,29 +155,35 @@ static char *file_value(Body *b, const char *tmp, int i, bool *broken) {
     return val;
 }
 
-// With tracing on the body is first copied to "%s/post.input" and read
-// back from there, so that it can be looked at after the run.
-static FILE *body_input(const char *tmp) {
-    if (!Trace) return stdin;
-    char path[4096];
-    snprintf(path, sizeof path, "%s/post.input", tmp);
-    FILE *copy = fopen(path, "w+");
-    if (!copy) return stdin;
-    char block[512];
-    size_t n;
-    while ((n = fread(block, 1, sizeof block, stdin)) > 0) fwrite(block, 1, n, copy);
-    rewind(copy);
-    return copy;
+// A file no other process can reach: unnamed in DIR (or the system's
+// temporary directory) and gone when it is closed or the process ends.
+static FILE *private_file(const char *dir) {
+    int fd = open(dir, O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    FILE *f = fd >= 0 ? fdopen(fd, "w+") : nullptr;
+    if (!f && fd >= 0) close(fd);
+    return f ? f : tmpfile();
 }
 
-// The buffer file of ordinary values, removed from the directory at once.
-static FILE *value_buffer(const char *tmp) {
+// With tracing on the body is first copied, so that it can be looked at
+// after the run in "%s/post.input". The body is read back from a private
+// copy of this process, since another traced request may rewrite
+// post.input at any time.
+static FILE *body_input(const char *tmp) {
+    if (!Trace) return stdin;
+    FILE *own = private_file(tmp);
+    if (!own) return stdin;
     char path[4096];
-    snprintf(path, sizeof path, "%s/post.buff.%d", tmp, getpid());
-    FILE *buf = fopen(path, "w+");
-    if (buf) unlink(path);
-    else buf = tmpfile();
-    return buf;
+    snprintf(path, sizeof path, "%s/post.input", tmp);
+    FILE *copy = fopen(path, "w");
+    char block[512];
+    size_t n;
+    while ((n = fread(block, 1, sizeof block, stdin)) > 0) {
+        fwrite(block, 1, n, own);
+        if (copy) fwrite(block, 1, n, copy);
+    }
+    if (copy) fclose(copy);
+    rewind(own);
+    return own;
 }
 
 int E_POST_parser(entry *list) {
@@ -190,7 +197,7 @@ int E_POST_parser(entry *list) {
     getLine(b.sep + 2, SEPSIZE - 2, b.in);
     b.seplen = static_cast<int>(strlen(b.sep));
     X_TRACE("SEP: %s \nSIZE: %d\n", b.sep + 2, b.seplen);
-    FILE *buf = value_buffer(tmp);
+    FILE *buf = private_file(tmp);  // ordinary values are staged here
 
     for (int i = 0;; ++i) {
         if (i == LASTPAIR) {

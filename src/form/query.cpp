@@ -1,10 +1,12 @@
 // Request method, query strings, PATH_INFO and URL-encoded POST bodies:
 // each decoder fills ent with name/value pairs ended by an empty row.
-#include <climits>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <strings.h>
 #include "diag/diag.h"
 #include "form/form.h"
+#include "runtime/site.h"
 
 static constexpr const char *URLENCODED = "application/x-www-form-urlencoded";
 static constexpr int LASTPAIR = X_MAXENT - 1;  // index kept for the end mark
@@ -21,8 +23,19 @@ int GetMethod() {
     return -1;
 }
 
+int X_urlencoded() {
+    const char *type = GETenv("CONTENT_TYPE");
+    if (!strcmp(type, URLENCODED)) return 1;
+    if (!X_safe()) return 0;
+    size_t n = strlen(URLENCODED);
+    if (strncasecmp(type, URLENCODED, n)) return 0;
+    type += n;
+    while (*type == ' ' || *type == '\t') ++type;
+    return *type == ';' || !*type;
+}
+
 int CheckEnctypeMethod() {
-    return strcmp(GETenv("CONTENT_TYPE"), URLENCODED) ? 1 : 0;
+    return X_urlencoded() ? 0 : 1;
 }
 
 static void endmark(entry *e) {
@@ -55,7 +68,7 @@ char *fmakeword(FILE *f, char stop, int *cl) {
     bool cut = false;
     for (;;) {
         char c = static_cast<char>(getc(f));
-        if (*cl != INT_MIN) --(*cl);  // a negative count never reaches 0
+        --(*cl);
         if (c == stop) break;
         if (len < X_MAXPOST)
             word[len++] = c;
@@ -75,11 +88,20 @@ int POST_parser(entry *list) {
         POST_errmsg = "This script should be referenced with a METHOD of POST.\n";
         return -1;
     }
-    if (strcmp(GETenv("CONTENT_TYPE"), URLENCODED)) {
+    if (!X_urlencoded()) {
         POST_errmsg = "This script can only be used to decode form results. \n";
         return -1;
     }
-    int cl = static_cast<int>(strtol(GETenv("CONTENT_LENGTH"), nullptr, 10));
+    // Read wide and checked before it becomes an int: a count beyond the
+    // largest accepted body, or below 0, is refused.
+    errno = 0;
+    long wide = strtol(GETenv("CONTENT_LENGTH"), nullptr, 10);
+    if (errno == ERANGE || wide < 0 || wide > X_MAXPOST) {
+        POST_errmsg = "Invalid CONTENT_LENGTH.\n";
+        endmark(&list[0]);
+        return -1;
+    }
+    int cl = static_cast<int>(wide);
     X_TRACE("POST: CONTENT_LENGTH= %d", cl);
     int i = 0;
     if (cl == 0) {

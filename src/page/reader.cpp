@@ -28,11 +28,12 @@ int X_fgets(char *buff, int size, X_FILE *file) {
 }
 
 // The cached image of PATH if the file is unchanged since it was loaded.
-// Paths are told apart by the part an image keeps of them, so a long path
-// finds its image again.
+// Paths are compared over the 256 characters an image keeps of them, so a
+// long path finds its image again and paths that differ only past that
+// share one.
 static X_FILE *cached(const char *path, const struct stat &st) {
     for (X_FILE *f = x_BUFFERS.files; f; f = f->next)
-        if (strncmp(f->path, path, sizeof f->path - 1) == 0 && f->stat.st_size == st.st_size &&
+        if (strncmp(f->path, path, sizeof f->path) == 0 && f->stat.st_size == st.st_size &&
             f->stat.st_mtime == st.st_mtime)
             return f;
     return nullptr;
@@ -56,7 +57,10 @@ static X_FILE *load(const char *path, const struct stat &st) {
     f->offset = 0;
     f->size = size;
     f->stat = st;
-    snprintf(f->path, sizeof f->path, "%s", path);
+    // All 256 characters are kept; a path that fills them has no terminator.
+    size_t n = strnlen(path, sizeof f->path);
+    memcpy(f->path, path, n);
+    if (n < sizeof f->path) f->path[n] = 0;
     f->next = x_BUFFERS.files;
     x_BUFFERS.files = f;
     X_TRACE("File SIZE: %d\n", static_cast<int>(size));

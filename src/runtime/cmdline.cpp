@@ -4,6 +4,7 @@
 
 #include "runtime/runtime.h"
 #include "storage/store.h"
+#include "x.h"
 
 // Accepts PATH as the page when it exists, made absolute; -1 with a warning
 // on standard output otherwise.
@@ -32,8 +33,35 @@ int X_checkpage(const char *path) {
     return 0;
 }
 
+static const char help_text[] =
+    "Usage: Tolm PAGE [-Name Value ...]\n"
+    "       Tolm -V PAGE [-Name Value ...]\n"
+    "       Tolm --version | --help\n"
+    "\n"
+    "Runs the page PAGE and writes the result to standard output; each\n"
+    "-Name Value (or --Name Value) sets the page variable Name first.\n"
+    "-V writes the banner comment before the page.\n"
+    "Under a web server (REQUEST_METHOD set) the request chooses the page.\n"
+    "\n"
+    "Environment: X_HOME (the directory of x.config and x.env),\n"
+    "TMP_DIR (temporary files and logs, default /tmp).\n"
+    "See tolm(1) and the documentation in docs/.\n";
+
+// "--version" or "--help" as the only argument prints and ends the run.
+static void info_switch(int argc, char **argv) {
+    if (argc != 2) return;
+    if (strcmp(argv[1], "--version") == 0)
+        printf("%s\n", X_VERSION_TEXT);
+    else if (strcmp(argv[1], "--help") == 0)
+        fputs(help_text, stdout);
+    else
+        return;
+    X_exit(0);
+}
+
 // Scans "-V", "-X_PAGE path", "-Name Value" and bare page paths.
 void X_cmdline(int argc, char **argv) {
+    info_switch(argc, argv);
     bool page_given = false;
     int i = 1;
     while (i < argc) {

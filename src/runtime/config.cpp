@@ -11,6 +11,7 @@
 #include "diag/diag.h"
 #include "form/form.h"
 #include "runtime/config.h"
+#include "runtime/site.h"
 #include "storage/heap.h"
 #include "storage/store.h"
 #include "subst/args.h"
@@ -53,7 +54,7 @@ static void split_line(const char *line, SiteLine *s) {
 
 // The server key of the request: HTTP_HOST (":80" added when it names no
 // port), else SERVER_NAME:SERVER_PORT with "shell" and "00" for unset ones.
-static void server_key(char *key, int size) {
+void X_server_key(char *key, int size) {
     const char *host = getenv("HTTP_HOST");
     if (host) {
         snprintf(key, size, strchr(host, ':') ? "%s" : "%s:80", host);
@@ -101,10 +102,20 @@ static bool regular_file(const char *path) {
     return true;
 }
 
+// Whether the request may set the variable of this pair. The safe profile
+// keeps the X_ names for the site and the page, except X_PAGE from a text
+// field; a refused pair is noted on standard error.
+static bool from_request(const entry &e) {
+    if (!X_safe() || strncmp(e.name, "X_", 2)) return true;
+    if (!strcmp(e.name, "X_PAGE") && !X_upload_is(e.val)) return true;
+    X_log("the request may not set %.64s", e.name);
+    return false;
+}
+
 int X_values(const char *prog, int shell) {
     X_TRACE("X_values: entry \n");
     char key[512];
-    server_key(key, sizeof key);
+    X_server_key(key, sizeof key);
 
     static SiteLine site;
     static char root[ROOTSIZE];
@@ -139,7 +150,8 @@ int X_values(const char *prog, int shell) {
 
     // Form fields; fixed names refuse them, so the values above hold.
     for (int i = 0; i < X_MAXENT && ent[i].name; ++i)
-        if (ent[i].val && ent[i].val[0]) X_add_value(ent[i].name, ent[i].val);
+        if (ent[i].val && ent[i].val[0] && from_request(ent[i]))
+            X_add_value(ent[i].name, ent[i].val);
 
     if (X_get_value("X_PAGE")) {
         if (matched) X_check_name(root, "X_PAGE");

@@ -4,8 +4,10 @@
 
 #include "db/db.h"
 #include "diag/diag.h"
+#include "form/form.h"
 #include "page/page.h"
 #include "runtime/runtime.h"
+#include "runtime/site.h"
 #include "x.h"
 
 // Writes the banner comment once; it also ends the HTTP header.
@@ -31,6 +33,7 @@ void X_exit(int status) {
     int n = snprintf(tmp, sizeof tmp, "%s/X.%d", TMP_DIR ? TMP_DIR : "/tmp",
                      static_cast<int>(getpid()));
     if (n < static_cast<int>(sizeof tmp)) unlink(tmp);  // never a cut path
+    if (X_safe()) X_upload_cleanup();  // what the page did not move away
     X_TRACE("X_exit: exit...");
     fflush(stdout);
     exit(status);

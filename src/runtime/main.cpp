@@ -9,10 +9,18 @@
 #include "form/form.h"
 #include "runtime/config.h"
 #include "runtime/runtime.h"
+#include "runtime/site.h"
 #include "syscmd/process.h"
 #include "x.h"
 
 namespace {
+
+// The content type line that opens the HTTP header.
+void content_type() {
+    fputs(X_safe() ? "Content-Type: text/html; charset=utf-8\r\n" : "Content-Type: text/html\r\n",
+          stdout);
+    fflush(stdout);
+}
 
 // Pages recurse through calls, blocks and includes with 64 KiB line buffers
 // in each frame, so the interpreter runs on a stack of its own this size.
@@ -28,19 +36,19 @@ struct Args {
     X_start();
     X_trace("==> Tolm: started...\n");
     X_debug("==> Tolm: started...\n");
+    X_site();  // limits and profile hold before the request is read
     int shell = 0;
     switch (GetMethod()) {
     case 1:
         if ((CheckEnctypeMethod() ? E_POST_parser(ent) : POST_parser(ent)) != 0)
             ERRMSG_text(POST_errmsg);
-        printf("Content-Type: text/html\r\n");
-        fflush(stdout);
+        if (X_safe()) GET_path(ent, "X_PAGE");  // the page of the URL, as for GET
+        content_type();
         break;
     case 2:
         if (GET_parser(ent, "X_PAGE") != 0) ERRMSG_text(POST_errmsg);
         GET_path(ent, "X_PAGE");
-        printf("Content-Type: text/html\r\n");
-        fflush(stdout);
+        content_type();
         break;
     default:
         shell = 1;

@@ -18,5 +18,6 @@ int X_action();
 [[noreturn]] void X_exit(int status);
 // Copies SRC with its terminator into DST; returns strlen(SRC).
 int str_copy(char *dst, const char *src);
-// Shell mode: scans "-V", "-X_PAGE PATH", "-Name Value" and bare page paths.
+// Shell mode: scans "-V", "-X_PAGE PATH", "-Name Value" and bare page paths;
+// "--version" or "--help" as the only argument prints and ends the run.
 void X_cmdline(int argc, char **argv);

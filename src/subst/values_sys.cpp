@@ -41,22 +41,32 @@ int row_escape(const char *ref, const char *, char *out)
     return value_emit(val, out);
 }
 
-// eval:REF, REF's value expanded once more as page text. A value that
-// refers to itself (even twice over) stops after a few levels of eval:.
+// eval:REF, REF's value expanded once more as page text, as often as the
+// value holds further references. Only a chain so deep that the stack would
+// run out (a value that refers to itself) is stopped, through the error
+// path; the levels above the refused one then unwind without expanding
+// more, so a value that refers to itself twice costs no exponential time.
 int row_eval(const char *, const char *arg, char *out)
 {
-    constexpr int max_eval = 12;
-    static int eval_depth;
-    char buf[X_MAXLINE];
+    // Room for one more level and for the error trap that may be called.
+    constexpr size_t reserve = 4 << 20;
+    static int depth;      // eval: levels now running
+    static bool refused;   // a level was refused: the chain unwinds
     value_none(out);
-    if (eval_depth >= max_eval)
+    if (refused)
         return 0;
-    ++eval_depth;
+    if (X_stack_low_reserve(reserve)) {
+        refused = depth > 0;
+        return ERRMSG("EVAL: nesting too deep: %.100s \n", arg);
+    }
+    char buf[X_MAXLINE];
     value_expand(arg, buf);
-    int rc = 0;
-    if (!(IgnoreEmpty && buf[0] == '\n'))
-        rc = X_transline(buf, out, 1);
-    --eval_depth;
+    if (IgnoreEmpty && buf[0] == '\n')
+        return 0;
+    ++depth;
+    int rc = X_transline(buf, out, 1);
+    if (--depth == 0)
+        refused = false;
     return rc;
 }
 

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 #include "diag/diag.h"
+#include "runtime/site.h"
 #include "form/form.h"
 #include "storage/store.h"
 #include "subst/args.h"
@@ -67,6 +68,10 @@ int X_cookie(char *line, int compile, int ignore) {
     char search[NAMESIZE + 1];
     snprintf(search, sizeof search, "%s=", name);
 
+    if (X_safe() && !strncmp(name, "X_", 2)) {
+        X_log("a cookie may not set %.64s", name);  // X_ names are the site's
+        return -1;
+    }
     static char value[X_MAXLINE];
     value[0] = '\0';
     const char *cookies = getenv("HTTP_COOKIE");

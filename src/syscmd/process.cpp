@@ -81,7 +81,8 @@ int X_shell(char *line, int compile, int ignore)
     char text[X_MAXLINE];
     expand(line, 8, text, compile);
     X_TRACE("X_shell: {%s}\n", text);
-    fflush(nullptr);  // page output so far comes before the command's own
+    // Nothing is flushed first: with flushing off, the page's buffered text
+    // follows the command's own output.
     if (system(text) == -1) ERRMSG("Cannot run SHELL: %s \n", text);
     return 0;
 }
@@ -112,7 +113,8 @@ int X_fork(char *line, int compile, int ignore)
     expand(line, 7, text, compile);
     first_arg(text, var);
 
-    fflush(nullptr);  // nothing buffered is written twice
+    // Nothing is flushed first: with flushing off, both processes inherit
+    // and write the page's buffered text.
     pid_t pid = fork();
     if (pid != 0) {
         char num[32];

@@ -27,6 +27,7 @@ server.port = %(port)d
 server.document-root = "%(dir)s/public"
 server.upload-dirs = ( "%(dir)s/tmp" )
 server.errorlog = "%(dir)s/tmp/lighttpd.error.log"
+server.breakagelog = "%(dir)s/tmp/cgi.log"
 server.max-request-size = 65536
 alias.url = ( "/cgi-bin/" => "%(dir)s/cgi-bin/" )
 $HTTP["url"] =~ "^/cgi-bin/" { cgi.assign = ( "" => "" ) }
