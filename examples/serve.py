@@ -26,7 +26,9 @@ def main():
         sys.exit("%s is not an executable: build it first (make build)" % tolm)
     with open(os.path.join(HERE, "x.config.in")) as f:
         config = f.read()
-    site = server.Site(tolm, root=os.path.join(HERE, "site"), config=config)
+    with open(os.path.join(HERE, "x.site")) as f:
+        settings = f.read()
+    site = server.Site(tolm, root=os.path.join(HERE, "site"), config=config, settings=settings)
     if len(sys.argv) > 2:
         site.port_wanted = int(sys.argv[2])
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(0))
