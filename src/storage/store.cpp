@@ -181,6 +181,20 @@ int X_put_value(const char *name, const char *value, int fixed, int cookie)
         u->cookie = static_cast<int16_t>(cookie);
     if (fixed)
         u->fixed = static_cast<int16_t>(fixed);
+    return X_put_user(u, value);
+}
+
+X_USER *X_ref_user(X_REF *ref)
+{
+    if (ref->gen != AVL_generation) {
+        ref->user = X_find_user(ref->name);
+        ref->gen = AVL_generation;
+    }
+    return ref->user;
+}
+
+int X_put_user(X_USER *u, const char *value)
+{
     char *copy = nullptr;  // a value taken from the variable itself is copied out
     if (aliases_value(u, value)) {  // before its heap is recycled
         copy = strdup(value);

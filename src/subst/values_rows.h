@@ -39,6 +39,12 @@ int row_mval(const char *ref, const char *arg, char *out);
 int row_int(const char *ref, const char *arg, char *out);
 int row_printf(const char *ref, const char *arg, char *out);
 
+// ---- Escaping for other languages (values_escape.cpp) -----------------
+int row_html(const char *ref, const char *arg, char *out);
+int row_attr(const char *ref, const char *arg, char *out);
+int row_shq(const char *ref, const char *arg, char *out);
+int row_json(const char *ref, const char *arg, char *out);
+
 // ---- Dates and clocks (values_time.cpp) --------------------------------
 int row_dt2str(const char *ref, const char *arg, char *out);
 int row_str2dt(const char *ref, const char *arg, char *out);
