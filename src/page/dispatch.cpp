@@ -7,6 +7,7 @@
 #include "diag/diag.h"
 #include "page/dispatch.h"
 #include "page/page.h"
+#include "page/prepared.h"
 #include "runtime/runtime.h"
 #include "storage/heap.h"
 #include "storage/tree.h"
@@ -184,8 +185,28 @@ int run(const Handler &h, X_FILE *fp, char *buff, int *compile, int ignore) {
 
 }  // namespace
 
+// Warns of a line shaped as a command whose keyword is none of ours.
+static void unknown(const char *buff) {
+    const char *k = buff + 2;
+    int n = 0;
+    while (n < 16 && k[n] && k[n] != '>') n++;
+    if (n < 16 && k[n] == '>') X_warn("unknown command <@%.*s>", n, k);
+}
+
 int X_search_command(const char *keyword) {
     return search(keyword);
+}
+
+int X_command_code(const char *buff) {
+    const char *k = buff + 2;
+    int n = 0;
+    while (n < 16 && k[n] && k[n] != '>') n++;
+    if (n == 16 || k[n] != '>') return 0;
+    char keyword[16];
+    memcpy(keyword, k, n);
+    keyword[n] = 0;
+    int code = search(keyword);
+    return code < 1 || code > kMaxCode ? 0 : code;
 }
 
 // Dispatches one command line: 0 when it was consumed as a command, -1 when
@@ -193,17 +214,10 @@ int X_search_command(const char *keyword) {
 int X_command(X_FILE *fp, char *buff, int *compile, int ignore) {
     cut_cmd(fp, buff);
     if (buff[0] != '<' || buff[1] != '@') return -1;
-    const char *k = buff + 2;
-    int n = 0;
-    while (n < 16 && k[n] && k[n] != '>') n++;
-    if (n == 16 || k[n] != '>') return let(buff, *compile, ignore);
-    char keyword[16];
-    memcpy(keyword, k, n);
-    keyword[n] = 0;
-    int code = search(keyword);
-    if (code < 1 || code > kMaxCode) {
+    int code = X_command_code(buff);
+    if (!code) {
         int r = let(buff, *compile, ignore);
-        if (r != 0 && !ignore) X_warn("unknown command <@%s>", keyword);
+        if (r != 0 && !ignore) unknown(buff);
         return r;
     }
     return run(handlers[code], fp, buff, compile, ignore);
@@ -219,9 +233,24 @@ int X_notfound(X_FILE *fp, int compile, int ignore) {
         return 0;
     }
     char line[X_MAXLINE];
-    while (X_fgets(line, sizeof line, fp)) {
-        if (Continue || ContinueBreak) ignore = 1;
-        cut_cmd(fp, line);
+    for (;;) {
+        if (X_LINE *row = X_line_at(fp)) {
+            // A prepared line: block ends and planned lines run here.
+            if (Continue || ContinueBreak) ignore = 1;
+            fp->offset = row->end;
+            if (row->kind == X_LINE_END) return 0;
+            if (row->kind == X_LINE_CONTINUE || row->kind == X_LINE_BREAK) {
+                if (!ignore) Continue = 1;
+                if (!ignore && row->kind == X_LINE_BREAK) Break = 1;
+                continue;
+            }
+            if (!ignore && X_line_run(row, compile) == 0) continue;
+            memcpy(line, row->text, row->len + 1);
+        } else {
+            if (!X_fgets(line, sizeof line, fp)) break;
+            if (Continue || ContinueBreak) ignore = 1;
+            cut_cmd(fp, line);
+        }
         if (line[0] == '<' && line[1] == '@' && X_command(fp, line, &compile, ignore) == 0) continue;
         if (strncmp(line, "<@end>", 6) == 0) return 0;
         if (strncmp(line, "<@continue>", 11) == 0) {

@@ -16,3 +16,6 @@ extern const char *const NEXT_name[4];
 int X_command(X_FILE *fp, char *buff, int *compile, int ignore);
 int X_notfound(X_FILE *fp, int compile, int ignore);
 int X_search_command(const char *keyword);
+// The handler code that X_command gives the "<@" line BUFF, or 0 when the
+// line goes straight to the assignment form.
+int X_command_code(const char *buff);

@@ -151,8 +151,9 @@ int X_values(const char *prog, int shell) {
 
     // Form fields; fixed names refuse them, so the values above hold.
     for (int i = 0; i < X_MAXENT && ent[i].name; ++i)
-        if (ent[i].val && ent[i].val[0] && from_request(ent[i]))
-            X_add_value(ent[i].name, ent[i].val);
+        if (ent[i].val && ent[i].val[0] && from_request(ent[i]) &&
+            X_add_value(ent[i].name, ent[i].val) == 0)
+            X_mark_request(ent[i].name);
 
     if (X_get_value("X_PAGE")) {
         if (matched) X_check_name(root, "X_PAGE");

@@ -35,6 +35,7 @@ constexpr ValueRow rows[] = {
     {"call:", false, row_call},
     {"txt2url:", false, row_txt2url},
     {"url2txt:", false, row_url2txt},
+    {"sql:", false, row_sql},
     {"trim:", false, row_trim},
     {"lower:", false, row_lower},
     {"upper:", false, row_upper},
@@ -156,6 +157,11 @@ int X_transvalue(const char *name, char *out)
     if (const ValueRow *row = find_row(name))
         return row->fn(name, name + row->word.size(), out);
     return variable(name, out);
+}
+
+bool X_value_plain(const char *name)
+{
+    return name && *name && !find_row(name);
 }
 
 // Writes the value of name to the output stream.

@@ -22,6 +22,7 @@ int value_int(const char *s);                     // leading decimal number, cla
 int row_sh(const char *ref, const char *arg, char *out);
 int row_txt2url(const char *ref, const char *arg, char *out);
 int row_url2txt(const char *ref, const char *arg, char *out);
+int row_sql(const char *ref, const char *arg, char *out);
 int row_trim(const char *ref, const char *arg, char *out);
 int row_lower(const char *ref, const char *arg, char *out);
 int row_upper(const char *ref, const char *arg, char *out);
