@@ -111,6 +111,8 @@ class FcgiSite(server.Site):
             self.write(self.path("site", name), text)
         self.write(self.path("home", "x.config"), self.config.replace(
             "{PORT}", str(self.port)).replace("{ROOT}", self.site_root))
+        if self.x_site is not None:
+            self.write(self.path("home", "x.site"), self.x_site)
         try:
             upstream = self.start_tolm()
             self.write(self.path("nginx.conf"), NGINX_CONF % {

@@ -71,6 +71,7 @@ class Site:
         self.root = os.path.abspath(root) if root else None
         self.config = config or "127.0.0.1:{PORT} {ROOT}\n"
         self.port_wanted = None  # a fixed port instead of a free one
+        self.x_site = None       # the text of x.site, if any
         self.proc = self.dir = self.port = None
 
     def path(self, *parts):
@@ -100,6 +101,8 @@ class Site:
             self.write(self.path("site", name), text)
         self.write(self.path("home", "x.config"), self.config.replace(
             "{PORT}", str(self.port)).replace("{ROOT}", self.site_root))
+        if self.x_site is not None:
+            self.write(self.path("home", "x.site"), self.x_site)
         self.write(self.path("lighttpd.conf"), LIGHTTPD_CONF % {"port": self.port,
                                                                 "dir": self.dir})
         self.proc = subprocess.Popen([server, "-D", "-f", self.path("lighttpd.conf")],
