@@ -91,7 +91,7 @@ int scan_group(char *inside, char *buff, int compile) {
 // ---- Simple tests ------------------------------------------------------
 
 // Test keywords in the order they are tried; a "!" form negates.
-enum Kind { CMP, ICMP, FCMP, FMT, FILLED, END_OF_FILE, EXIST, ISDIR, ISFILE };
+enum Kind { CMP, ICMP, FCMP, FMT, FILLED, END_OF_FILE, EXIST, ISDIR, ISFILE, VCMP };
 
 struct TestRow {
     std::string_view word;
@@ -111,6 +111,7 @@ constexpr TestRow test_rows[] = {
     {"access", EXIST, false},  {"!access", EXIST, true},
     {"isDir", ISDIR, false},   {"!isDir", ISDIR, true},
     {"isFile", ISFILE, false}, {"!isFile", ISFILE, true},
+    {"vcmp", VCMP, false},     {"!vcmp", VCMP, true},
 };
 
 // Words of one test: w[0] is the keyword (or the first operand of the
@@ -175,6 +176,12 @@ int run_test(const TestRow &t, char **w) {
                      t.neg);
     case FCMP:
         return truth(X_user_fcmp(read_double(w[1]), read_double(w[3]), w[2]) == 0, t.neg);
+    case VCMP: {
+        // "vcmp NAME op TEXT": the variable's value, taken by name, so that
+        // quotes in it cannot change the test; a missing one is empty.
+        const char *v = X_get_value(w[1]);
+        return truth(X_user_cmp(v ? v : "", w[3], w[2]) == 0, t.neg);
+    }
     case FMT:
         return test_fmt(w[1], w[2], t.neg);
     case FILLED:

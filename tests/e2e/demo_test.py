@@ -34,8 +34,9 @@ def main(tolm):
 
         def failing_page_shows_the_error_page():
             r = site.get(CGI + "/oops.html")
-            expect("<h1>Something went wrong</h1><pre> The page %s/oops.html raised an error."
-                   "</pre>" % site.site_root in r.text, r.text)
+            # The safe profile shows no server paths to the visitor.
+            expect("<h1>Something went wrong</h1><pre> The page /oops.html raised an error."
+                   "</pre>" in r.text and site.site_root not in r.text, r.text)
             expect("Never shown" not in r.text, r.text)
 
         def guestbook_keeps_entries_as_data():
@@ -47,10 +48,10 @@ def main(tolm):
             expect("your entry is number 1." in r.text, r.text)
             site.post(CGI, b"X_PAGE=guestbook.html&action=add&name=Ann&note=hi", form)
             r = site.get(CGI + "/guestbook.html")
-            expect("<b>O'Brien</b>: x'; DROP TABLE guestbook; --" in r.text
+            expect("<b>O&#39;Brien</b>: x&#39;; DROP TABLE guestbook; --" in r.text
                    and "<b>Ann</b>: hi" in r.text and "TolmDemo on " in r.text, r.text)
             r = site.post(CGI, b"X_PAGE=guestbook.html&action=delete&id=1", form)
-            expect("Entries removed: 1." in r.text and "O'Brien" not in r.text
+            expect("Entries removed: 1." in r.text and "Brien" not in r.text
                    and "<b>Ann</b>: hi" in r.text, r.text)
             evil = site.path("tmp", "evil.db")
             r = site.get(CGI + "/guestbook.html?X_BASE=sqlite:" + evil)  # the page's base wins
