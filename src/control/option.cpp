@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "diag/diag.h"
+#include "page/output.h"
 #include "subst/args.h"
 #include "subst/subst.h"
 #include "syscmd/process.h"
@@ -119,6 +120,7 @@ int apply(const char *opt, const char *val, const char *func, int *compile) {
     }
     if (!strcmp(opt, "alarm")) {
         long n = strtol(val, nullptr, 10);
+        if (n > 0) X_out_immediate();  // the alarm may end the run: nothing waits
         alarm(n > 0 ? (unsigned)n : 0);
         return 0;
     }

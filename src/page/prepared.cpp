@@ -14,8 +14,10 @@ namespace {
 
 constexpr long kMaxImage = 64L << 20;  // larger images are read the usual way
 
-// The table of one image: for each read position 0 (not yet looked at), -1
-// (no entry) or the entry's number plus 1.
+// The table of one image: for each read position 0 (not yet read), -2 (read
+// once), -1 (no entry) or the entry's number plus 1. A line is prepared when
+// it is read a second time: a line read once (most of a page outside loops
+// and functions) costs no more than before.
 struct Table {
     const X_FILE *file;  // the image
     const char *text;    // its text and size when the table was made
@@ -120,7 +122,8 @@ X_LINE *X_line_at(X_FILE *fp) {
     if (!t) return nullptr;
     int slot = t->at[fp->offset];
     if (slot > 0) return t->lines[slot - 1];
-    if (slot < 0) return nullptr;
+    if (slot == 0) t->at[fp->offset] = -2;
+    if (slot != -2) return nullptr;
     X_LINE *line = read_line(fp, fp->offset);
     if (line) classify(line);
     if (!line || !add(t, line)) {
