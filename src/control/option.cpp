@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "diag/diag.h"
+#include "page/dispatch.h"
 #include "page/output.h"
 #include "subst/args.h"
 #include "subst/subst.h"
@@ -115,11 +116,12 @@ int apply(const char *opt, const char *val, const char *func, int *compile) {
     }
     if (!strcmp(opt, "sql_trap")) return sql_trap(val, func);
     if (!strcmp(opt, "signal")) {
-        set_signal(val, func);
+        if (!X_sandbox) set_signal(val, func);
         return 0;
     }
     if (!strcmp(opt, "alarm")) {
         long n = strtol(val, nullptr, 10);
+        if (X_sandbox) return 0;
         if (n > 0) X_out_immediate();  // the alarm may end the run: nothing waits
         alarm(n > 0 ? (unsigned)n : 0);
         return 0;

@@ -63,6 +63,7 @@ static void shown_message(char *out, int size, int kind) {
 static int deliver() {
     X_TRACE("X_ERRMSG: %s", X_ERRMSG);
     X_DEBUG("X_ERRMSG: %s", X_ERRMSG);
+    X_log_error(X_ERRMSG);  // the server log learns of every error
     if (err_trap && !locked) {
         locked = 1;
         char call[sizeof err_func + 16];

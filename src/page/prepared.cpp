@@ -58,7 +58,7 @@ X_LINE *read_line(X_FILE *fp, long pos) {
     long saved = fp->offset;
     fp->offset = pos;
     bool ok = X_fgets(buf, X_MAXLINE, fp) > 0 && X_cut_quiet(fp, buf);
-    long end = fp->offset;
+    long end = fp->offset, last = X_where_start();
     if (ok && buf[0] == '<' && buf[1] == '@') {
         memcpy(again, buf, strlen(buf) + 1);
         ok = X_cut_quiet(fp, again) && fp->offset == end && strcmp(again, buf) == 0;
@@ -71,6 +71,7 @@ X_LINE *read_line(X_FILE *fp, long pos) {
         return nullptr;
     }
     line->end = end;
+    line->last = last;
     line->len = strlen(buf);
     return line;
 }
@@ -121,7 +122,11 @@ X_LINE *X_line_at(X_FILE *fp) {
     Table *t = table_of(fp);
     if (!t) return nullptr;
     int slot = t->at[fp->offset];
-    if (slot > 0) return t->lines[slot - 1];
+    if (slot > 0) {
+        X_LINE *line = t->lines[slot - 1];
+        X_where_mark(fp, line->last);  // reports name the line as if it was read
+        return line;
+    }
     if (slot == 0) t->at[fp->offset] = -2;
     if (slot != -2) return nullptr;
     X_LINE *line = read_line(fp, fp->offset);
@@ -131,6 +136,7 @@ X_LINE *X_line_at(X_FILE *fp) {
         return nullptr;
     }
     t->at[fp->offset] = t->count;
+    X_where_mark(fp, line->last);
     return line;
 }
 

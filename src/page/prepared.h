@@ -26,6 +26,7 @@ enum X_LINEKIND {
 
 struct X_LINE {
     long end;           // read position after the line and its joins
+    long last;          // where the last physical line read for it starts
     X_LINEKIND kind;
     bool planned;       // the plan of the kind is filled in
     char *text;         // the line as cut_cmd leaves it
