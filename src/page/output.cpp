@@ -3,6 +3,7 @@
 #include "page/output.h"
 
 #include <strings.h>
+#include <time.h>
 #include <cstring>
 #include <string>
 
@@ -12,6 +13,36 @@
 X_OPEN *X_stdout_row;
 
 namespace {
+
+// ---- Collected output ----
+constexpr long kHoldMs = 100;  // longest wait of collected text
+bool pending;                  // collected text is waiting in stdout's buffer
+long since;                    // when it started waiting (ms)
+bool immediate;                // collecting is over for this run
+unsigned ticks;                // loop rounds, the clock is read every 64th
+
+long now_ms() {
+    timespec ts;
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &ts);
+    return ts.tv_sec * 1000L + ts.tv_nsec / 1000000L;
+}
+
+bool collecting() {
+    return MY_fflush == -1 && DO_fflush && !immediate;
+}
+
+// Standard output would be flushed now: collect instead, unless the text
+// already waited long enough.
+void hold() {
+    long t = now_ms();
+    if (!pending) {
+        pending = true;
+        since = t;
+    } else if (t - since >= kHoldMs) {
+        fflush(stdout);
+        pending = false;
+    }
+}
 
 // The header block while it is held.
 struct Head {
@@ -108,7 +139,9 @@ void X_body() {
         fputs(html ? h.banner.c_str() : "\r\n", stdout);
         h.state = X_HEAD_CLOSED;
     }
-    fflush(stdout);
+    // The header goes out with the first piece of the body.
+    if (collecting()) hold();
+    else fflush(stdout);
 }
 
 X_HEAD_STATE X_head_state() {
@@ -128,8 +161,29 @@ FILE *X_out() {
 }
 
 int X_fflush(FILE *stream) {
-    if (stream && MY_fflush && (DO_fflush || MY_fflush == 1)) fflush(stream);
+    if (!stream || !MY_fflush || !(DO_fflush || MY_fflush == 1)) return 0;
+    if (stream == stdout && collecting()) {
+        hold();
+        return 0;
+    }
+    fflush(stream);
+    if (stream == stdout) pending = false;
     return 0;
+}
+
+void X_flush_out() {
+    if (!pending) return;
+    fflush(stdout);
+    pending = false;
+}
+
+void X_out_tick() {
+    if (pending && (++ticks & 63) == 0 && now_ms() - since >= kHoldMs) X_flush_out();
+}
+
+void X_out_immediate() {
+    X_flush_out();
+    immediate = true;
 }
 
 int X_putchar(int ch) {
