@@ -8,6 +8,7 @@
 #include "page/page.h"
 #include "runtime/runtime.h"
 #include "runtime/site.h"
+#include "session/session.h"
 #include "x.h"
 #include "page/output.h"
 
@@ -32,6 +33,7 @@ int X_action() {
 void X_exit(int status) {
     X_TRACE("X_exit( %d );", status);
     X_finish();
+    X_session_save();  // after the page's connection, on one of its own
     char tmp[4096];
     int n = snprintf(tmp, sizeof tmp, "%s/X.%d", TMP_DIR ? TMP_DIR : "/tmp",
                      static_cast<int>(getpid()));
