@@ -9,6 +9,7 @@
 #include "page/page.h"
 #include "runtime/runtime.h"
 #include "runtime/site.h"
+#include "session/session.h"
 #include "x.h"
 
 // Writes the banner comment once; it also ends the HTTP header.
@@ -33,6 +34,7 @@ void X_exit(int status) {
     X_TRACE("X_exit( %d );", status);
     X_flush_out();  // collected text does not wait for the database to close
     X_finish();
+    X_session_save();  // after the page's connection, on one of its own
     char tmp[4096];
     int n = snprintf(tmp, sizeof tmp, "%s/X.%d", TMP_DIR ? TMP_DIR : "/tmp",
                      static_cast<int>(getpid()));
