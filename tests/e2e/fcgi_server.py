@@ -94,8 +94,8 @@ def answers(port):
 
 class FcgiSite(server.Site):
     def __init__(self, tolm, pages=None, root=None, config=None, via="stdin",
-                 workers=None, timeout=None, nginx_workers=1):
-        super().__init__(tolm, pages, root, config)
+                 workers=None, timeout=None, nginx_workers=1, files=None):
+        super().__init__(tolm, pages, root, config, files)
         self.via = via
         self.settings = {"TOLM_FASTCGI_WORKERS": workers, "TOLM_FASTCGI_TIMEOUT": timeout}
         self.nginx_workers = nginx_workers
@@ -111,6 +111,7 @@ class FcgiSite(server.Site):
             self.write(self.path("site", name), text)
         self.write(self.path("home", "x.config"), self.config.replace(
             "{PORT}", str(self.port)).replace("{ROOT}", self.site_root))
+        self.write_files()
         try:
             upstream = self.start_tolm()
             self.write(self.path("nginx.conf"), NGINX_CONF % {

@@ -62,14 +62,16 @@ class Response:
 
 
 class Site:
-    def __init__(self, tolm, pages=None, root=None, config=None):
+    def __init__(self, tolm, pages=None, root=None, config=None, files=None):
         """pages: {name: text} written into the scratch site; root: serve this
         directory instead; config: the text of x.config with {PORT} and
-        {ROOT} filled in (default: one line for this server)."""
+        {ROOT} filled in (default: one line for this server); files: more
+        {path under the scratch directory: text}, {DIR} filled in."""
         self.tolm = os.path.abspath(tolm)
         self.pages = pages or {}
         self.root = os.path.abspath(root) if root else None
         self.config = config or "127.0.0.1:{PORT} {ROOT}\n"
+        self.files = files or {}
         self.port_wanted = None  # a fixed port instead of a free one
         self.proc = self.dir = self.port = None
 
@@ -89,6 +91,10 @@ class Site:
         with open(name, "wb" if isinstance(text, bytes) else "w") as f:
             f.write(text)
 
+    def write_files(self):
+        for name, text in self.files.items():
+            self.write(self.path(name), text.replace("{DIR}", self.dir))
+
     def start(self):
         server = lighttpd_path()
         self.dir = os.path.realpath(tempfile.mkdtemp(prefix="tolm-site-"))
@@ -100,6 +106,7 @@ class Site:
             self.write(self.path("site", name), text)
         self.write(self.path("home", "x.config"), self.config.replace(
             "{PORT}", str(self.port)).replace("{ROOT}", self.site_root))
+        self.write_files()
         self.write(self.path("lighttpd.conf"), LIGHTTPD_CONF % {"port": self.port,
                                                                 "dir": self.dir})
         self.proc = subprocess.Popen([server, "-D", "-f", self.path("lighttpd.conf")],
