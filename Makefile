@@ -1,6 +1,7 @@
 # make        build build/Tolm
 # make test   build the release and the sanitizer builds and run every test in both
 # make demo   serve the example site under lighttpd on 127.0.0.1
+#             (make demo MODE=fastcgi: Tolm as a FastCGI server behind nginx)
 # make bench  build and run the benchmarks
 # make fuzz   build the fuzz targets and run each FUZZ_SECONDS (default 60)
 # make install, make uninstall   the binary, tolm(1) and the documentation
@@ -21,18 +22,24 @@ SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 BUILD_PKGS := g++:g++ cmake:cmake ninja:ninja-build \
               /usr/include/gtest/gtest.h:libgtest-dev \
               /usr/include/benchmark/benchmark.h:libbenchmark-dev \
+              /usr/include/sqlite3.h:libsqlite3-dev \
+              /usr/include/postgresql/libpq-fe.h:libpq-dev \
               clang++-14:clang-14 \
               /usr/lib/llvm-14/lib/clang/14.0.6/lib/linux/libclang_rt.fuzzer-x86_64.a:libclang-rt-14-dev
-RUN_PKGS := python3:python3 /usr/sbin/lighttpd:lighttpd
+RUN_PKGS := python3:python3 /usr/sbin/lighttpd:lighttpd /usr/lib/postgresql:postgresql \
+            /usr/sbin/nginx:nginx
 # The web servers whose set-up files in docs/servers are tested.
 TEST_PKGS := /usr/sbin/apache2:apache2 /usr/sbin/nginx:nginx /usr/sbin/fcgiwrap:fcgiwrap
+BENCH_PKGS := wrk:wrk hyperfine:hyperfine
+MODE ?= cgi
 
 PREFIX ?= /usr/local
 BINDIR := $(DESTDIR)$(PREFIX)/bin
 MANDIR := $(DESTDIR)$(PREFIX)/share/man/man1
 DOCDIR := $(DESTDIR)$(PREFIX)/share/doc/tolm
 
-.PHONY: all build asan fuzz-build fuzz test demo bench deps build-deps run-deps test-deps clean \
+.PHONY: all build asan fuzz-build fuzz test demo bench deps build-deps run-deps test-deps \
+        bench-deps clean \
         install uninstall
 
 all: build
@@ -56,6 +63,9 @@ build-deps:
 
 run-deps:
 	$(call install,$(RUN_PKGS))
+
+bench-deps:
+	$(call install,$(BENCH_PKGS))
 
 test-deps:
 	$(call install,$(TEST_PKGS))
@@ -96,21 +106,25 @@ test: deps
 	cd $(FUZZ) && ctest -j $(JOBS) --output-on-failure
 
 demo: run-deps build
-	python3 examples/serve.py $(BUILD)/Tolm
+	python3 examples/serve.py $(if $(filter fastcgi,$(MODE)),--fastcgi) $(BUILD)/Tolm
 
-bench: build
+bench: build run-deps bench-deps
 	for b in $(BUILD)/bench/bench_*; do $$b --benchmark_min_time=0.2; done
+	python3 bench/pg_request.py $(BUILD)/Tolm $(BUILD)/bench/pg_one
+	python3 bench/web.py $(BUILD)/Tolm
+	python3 bench/compare.py $(BUILD)/Tolm
 
 install: build
 	install -d $(BINDIR) $(MANDIR) $(DOCDIR)/servers
 	install -m 755 $(BUILD)/Tolm $(BINDIR)/Tolm
+	install -m 755 $(BUILD)/tolm-pg $(BINDIR)/tolm-pg
 	sed 's|/usr/local/share/|$(PREFIX)/share/|' docs/tolm.1 > $(MANDIR)/tolm.1
 	chmod 644 $(MANDIR)/tolm.1
 	install -m 644 docs/*.md $(DOCDIR)
 	install -m 644 docs/servers/* $(DOCDIR)/servers
 
 uninstall:
-	rm -f $(BINDIR)/Tolm $(MANDIR)/tolm.1
+	rm -f $(BINDIR)/Tolm $(BINDIR)/tolm-pg $(MANDIR)/tolm.1
 	rm -rf $(DOCDIR)
 
 clean:

@@ -64,6 +64,7 @@ struct X_USER {
     int16_t fixed;   // 0 ordinary, 1 read-only, 2 shared-memory buffer
     int16_t cookie;  // marker; for fixed 2 the buffer capacity
     int16_t clean;   // non-zero: counts as having no values
+    int16_t request; // 1: set by the request (form field or cookie)
     X_heap *hp;      // the variable's own heap
     X_USER *next;    // result chain while clearing by pattern
 };

@@ -75,6 +75,8 @@ def main():
                 f.write(fill(s["text"], tmp).encode("utf-8", "surrogateescape"))
         env = {"PATH": os.environ.get("PATH", "/usr/bin:/bin"), "LANG": "C", "TZ": "UTC",
                "X_HOME": tmp, "TMP_DIR": tmp}
+        # A database server started by the test driver is reached through these.
+        env.update((k, v) for k, v in os.environ.items() if k.startswith("PG"))
         pages = [s["arg"] for s in files if s["arg"].endswith(".html")] or [s["arg"] for s in files]
         args = pages[:1]
         stdin = b""

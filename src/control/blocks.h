@@ -13,6 +13,26 @@
 // <@if> / <@elif> with its block up to <@end>, or the one-line form.
 int X_if(X_FILE *fp, char *buff, int compile, int ignore);
 
+#include "storage/store.h"
+
+// A one-line "<@if> TEST <@break>" (or <@continue>) whose test is a single
+// cmp or icmp of literal words and plain variable references, so that it
+// runs without expanding or splitting the condition.
+struct X_IFPLAN {
+    bool icmp;              // icmp, else cmp
+    bool neg;               // the "!" form
+    const char *op;         // the comparison operator
+    X_REF ref[2];           // operands a and b: a variable when its name is set
+    const char *word[2];    // a literal operand otherwise
+    int jump;               // 1 continue, 2 break
+};
+
+// Fills PLAN for the <@if> line LINE: 0, or -1 when it needs the general path.
+int X_if_prepare(const char *line, X_IFPLAN *plan);
+// Runs the plan as X_if(fp, line, 1, 0) would with trace and debug off: 0
+// when done, -1 (nothing done) when an operand's value could move a word.
+int X_if_run(X_IFPLAN *plan);
+
 // <@while>, <@while> words NAME [SEP], <@while> values NAME.
 int X_while(X_FILE *fp, char *buff, int compile, int ignore);
 int X_while_loop(X_FILE *fp, int compile);

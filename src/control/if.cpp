@@ -1,6 +1,9 @@
 // Conditional blocks: <@if> and <@elif> heads, <@else>, <@end>, and the
 // one-line form "<@if> COND <@command>".
+#include <cstdlib>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "control/blocks.h"
 #include "control/cond.h"
@@ -8,7 +11,9 @@
 #include "diag/diag.h"
 #include "page/dispatch.h"
 #include "page/page.h"
+#include "subst/args.h"
 #include "subst/subst.h"
+#include "subst/values.h"
 
 namespace {
 
@@ -131,4 +136,96 @@ int X_if(X_FILE *fp, char *buff, int compile, int ignore) {
         return 0;
     }
     return run_if(fp, buff, kw, compile);
+}
+
+// ---- Prepared one-line conditions -----------------------------------------
+
+namespace {
+
+constexpr const char *plain_ops[] = {">=", "&ge;", "&gt;=", "<=", "&le;", "&lt;=", "!=",
+                                     "==", ">",    "&gt;",  "<",  "&lt;", "="};
+
+// A value that stays one word of the expanded condition: not empty, no blank
+// or control byte, no opening quote.
+bool one_word(const char *v) {
+    if (!v || !*v || X_stop_char(static_cast<unsigned char>(*v)) != ' ') return false;
+    for (; *v; v++)
+        if (static_cast<unsigned char>(*v) <= ' ') return false;
+    return true;
+}
+
+// An operand token: "$(name)" of a plain variable, or a literal word.
+bool operand(const std::string &t, X_REF *ref, const char **word) {
+    *ref = {nullptr, nullptr, X_REF_UNBOUND};
+    *word = nullptr;
+    if (t.starts_with("$(")) {
+        std::string name = t.substr(2, t.size() - 3);
+        if (!t.ends_with(")") || name.find_first_of("()") != std::string::npos || !X_value_plain(name.c_str()))
+            return false;
+        ref->name = strdup(name.c_str());
+        return ref->name != nullptr;
+    }
+    if (t.find("$(") != std::string::npos) return false;
+    *word = strdup(t.c_str());
+    return *word != nullptr;
+}
+
+}  // namespace
+
+int X_if_prepare(const char *line, X_IFPLAN *plan) {
+    if (!has_prefix(line, "<@if>")) return -1;
+    const char *rest = line + 5;
+    const char *at = *rest ? strstr(rest + 1, "<@") : nullptr;
+    if (!at) return -1;
+    plan->jump = strstr(at, "<@continue>") ? 1 : strstr(at, "<@break>") ? 2 : 0;
+    if (!plan->jump) return -1;
+    // One simple test: no group, quote or connector.
+    std::string cond(rest, at - rest);
+    for (char c : cond)
+        if (X_stop_char(static_cast<unsigned char>(c)) != ' ') return -1;
+    if (cond.find("&&") != std::string::npos || cond.find("||") != std::string::npos) return -1;
+    std::vector<std::string> words;
+    for (size_t i = 0; i < cond.size();) {
+        if (static_cast<unsigned char>(cond[i]) <= ' ') {
+            i++;
+            continue;
+        }
+        size_t e = cond.find(' ', i);
+        if (e == std::string::npos) e = cond.size();
+        words.push_back(cond.substr(i, e - i));
+        i = e;
+    }
+    if (words.size() != 4 || words[0].starts_with("(")) return -1;
+    std::string kw = words[0].starts_with("!") ? words[0].substr(1) : words[0];
+    if (kw != "cmp" && kw != "icmp") return -1;
+    plan->icmp = kw == "icmp";
+    plan->neg = words[0][0] == '!';
+    plan->op = nullptr;
+    for (const char *op : plain_ops)
+        if (words[2] == op) plan->op = op;
+    if (!plan->op) return -1;
+    return operand(words[1], &plan->ref[0], &plan->word[0]) && operand(words[3], &plan->ref[1], &plan->word[1])
+               ? 0
+               : -1;
+}
+
+int X_if_run(X_IFPLAN *plan) {
+    const char *v[2];
+    for (int i = 0; i < 2; i++) {
+        if (!plan->ref[i].name) {
+            v[i] = plan->word[i];
+            continue;
+        }
+        X_USER *u = X_ref_user(&plan->ref[i]);
+        v[i] = u ? u->var.value : nullptr;
+        if (!one_word(v[i])) return -1;
+    }
+    bool holds = plan->icmp ? X_user_icmp(static_cast<int>(X_number(v[0])),
+                                          static_cast<int>(X_number(v[1])), plan->op) == 0
+                            : X_user_cmp(v[0], v[1], plan->op) == 0;
+    if (holds != plan->neg) {
+        Continue = 1;
+        if (plan->jump == 2) Break = 1;
+    }
+    return 0;
 }

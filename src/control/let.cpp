@@ -14,6 +14,7 @@
 #include "storage/store.h"
 #include "subst/args.h"
 #include "subst/subst.h"
+#include "subst/values.h"
 #include "x.h"
 
 namespace {
@@ -33,7 +34,7 @@ constexpr OpRow op_rows[] = {
 };
 
 long number(const char *s) {
-    return strtol(s, nullptr, 10);
+    return X_number(s);
 }
 
 // Two's-complement arithmetic without signed overflow.
@@ -194,4 +195,121 @@ int X_let(char *buff, int compile, int ignore) {
         break;
     }
     return X_put_value(name, value);
+}
+
+// ---- Prepared assignment lines --------------------------------------------
+
+namespace {
+
+// The reference "$(name)" at S, ended by a blank or the end of the text:
+// its name (allocated), or NULL when S holds no such plain reference.
+char *whole_ref(const char *s, size_t *len) {
+    if (s[0] != '$' || s[1] != '(') return nullptr;
+    size_t n = strcspn(s + 2, "()");
+    if (s[2 + n] != ')' || (s[3 + n] != ' ' && s[3 + n] != 0)) return nullptr;
+    char *name = strndup(s + 2, n);
+    if (name && !X_value_plain(name)) {
+        free(name);
+        return nullptr;
+    }
+    *len = n + 3;
+    return name;
+}
+
+// Number of references in S when every one is a plain variable whose name
+// holds no ">", else -1.
+int plain_refs(const char *s) {
+    int refs = 0;
+    for (const char *p = s; *p; p++) {
+        if (p[0] != '$' || p[1] != '(') continue;
+        size_t n = strcspn(p + 2, "()>");
+        if (p[2 + n] != ')') return -1;
+        char *name = strndup(p + 2, n);
+        bool plain = name && X_value_plain(name);
+        free(name);
+        if (!plain) return -1;
+        p += 2 + n;
+        refs++;
+    }
+    return refs;
+}
+
+// A value that X_arg_string returns whole and that moves no operator:
+// not empty, no blank or control byte, no ">", no opening quote.
+bool whole_word(const char *v) {
+    if (!v || !*v || X_stop_char(static_cast<unsigned char>(*v)) != ' ') return false;
+    for (; *v; v++)
+        if (static_cast<unsigned char>(*v) <= ' ' || *v == '>') return false;
+    return true;
+}
+
+// Decimal text of N, as "%ld" writes it.
+void decimal(long n, char *out) {
+    char tmp[24];
+    int i = 0;
+    unsigned long u = n < 0 ? 0UL - static_cast<unsigned long>(n) : static_cast<unsigned long>(n);
+    do tmp[i++] = static_cast<char>('0' + u % 10);
+    while ((u /= 10) != 0);
+    if (n < 0) tmp[i++] = '-';
+    for (int k = 0; k < i; k++) out[k] = tmp[i - 1 - k];
+    out[i] = 0;
+}
+
+}  // namespace
+
+int X_let_prepare(const char *line, X_LETPLAN *plan) {
+    if (strncmp(line, "<@", 2) || !has_operator(line)) return -1;
+    const char *text = line + 2;
+    // Only the operand may be a reference: a value elsewhere on the line
+    // could hold an operator that the search would find first. The operand
+    // follows its operator and blanks, and a value without ">" cannot make
+    // the operator's own ">" start another one (every second byte is "=",
+    // "+", "*" ... and fixed).
+    int refs = plain_refs(text);
+    if (refs < 0 || refs > 1) return -1;
+    const OpRow *row = nullptr;
+    const char *at = nullptr;
+    for (const OpRow &r : op_rows)
+        if ((at = strstr(text, r.text))) {
+            row = &r;
+            break;
+        }
+    if (!row || row->op == SOURCE || row->op == APPEND) return -1;
+    if (memmem(text, at - text, "$(", 2)) return -1;  // the name itself is expanded
+    const char *rest = at + strlen(row->text);
+    *plan = {{strndup(text, at - text), nullptr, X_REF_UNBOUND}, row->op, {nullptr, nullptr, X_REF_UNBOUND},
+             "", 0};
+    if (row->op == INC || row->op == DEC) return refs ? -1 : 0;
+    while (*rest && static_cast<unsigned char>(*rest) <= ' ') rest++;
+    size_t len = 0;
+    if ((plan->operand.name = whole_ref(rest, &len))) return 0;
+    if (refs) return -1;
+    len = strcspn(rest, " ");
+    if (memmem(rest, len, "$(", 2) || (*rest && X_stop_char(static_cast<unsigned char>(*rest)) != ' '))
+        return -1;
+    char *word = strndup(rest, len);
+    plan->word = word ? word : "";
+    plan->number = number(plan->word);
+    return 0;
+}
+
+int X_let_run(X_LETPLAN *plan) {
+    const char *operand = plan->word;
+    long v = plan->number;
+    if (plan->operand.name) {
+        X_USER *o = X_ref_user(&plan->operand);
+        operand = o ? o->var.value : nullptr;
+        if (!whole_word(operand)) return -1;
+        v = number(operand);
+    }
+    X_USER *u = X_ref_user(&plan->target);
+    if (!u || u->fixed) return -1;
+    if (plan->op == ASSIGN) {
+        X_put_user(u, operand);
+        return 0;
+    }
+    char value[24];
+    decimal(compute(static_cast<Op>(plan->op), u->var.value, v), value);
+    X_put_user(u, value);
+    return 0;
 }

@@ -1,4 +1,8 @@
-// Database back-end interface; this build links a back end without a database.
+// Database back-end interface. The five operations below are what the
+// database commands use; they forward to the back end that X_database chose
+// from the database name: "sqlite:PATH" (built in), "postgresql://...",
+// "postgres://..." or "pg:KEYWORDS" (through the tolm-pg companion), and
+// the back end without a database for every other name.
 #pragma once
 
 #include "x.h"
@@ -9,3 +13,27 @@ int X_select_sql(int cmd, const char *cursor, const char *query, X_heap *dalloc,
 int X_noselect_sql(const char *query, int numb, X_val *val);
 int sql_error(char *buff);
 int X_finish();
+
+constexpr int X_SQLERR = 256;         // message text a back end keeps, terminator included
+constexpr int X_MAXCELL = 4 << 20;    // longest column value a back end hands over
+constexpr int X_FETCH_END = 100;      // X_select_sql(1, ...) at the end of the rows
+
+// One back end: the five operations with the same contracts.
+struct X_backend {
+    const char *name;
+    int (*open)(const char *dbname, const char *user, const char *passwd);
+    int (*select)(int cmd, const char *cursor, const char *query, X_heap *dalloc, int *numb,
+                  X_val *val);
+    int (*noselect)(const char *query, int numb, X_val *val);
+    int (*error)(char *buff);
+    int (*finish)();
+};
+
+extern const X_backend X_nosql;   // no database: opening fails
+extern const X_backend X_sqlite;  // SQLite, linked in
+extern const X_backend X_pgsql;   // PostgreSQL through the companion program
+
+// The back end that serves dbname (never null).
+const X_backend *X_backend_for(const char *dbname);
+// The back end of the open connection, X_nosql when none is open.
+const X_backend *X_backend_active();

@@ -1,34 +1,38 @@
-// The database back end of this build: there is no database, so opening,
-// selecting and running statements fail, and the rest does nothing.
+// The back end without a database: opening, selecting and running
+// statements fail, and the rest does nothing. It serves every database
+// name that no real back end claims.
 #include "db/db.h"
 
 #include "diag/diag.h"
 
-int X_database(const char *, const char *, const char *)
+static int open_none(const char *, const char *, const char *)
 {
     X_TRACE("X_database: ...");
     return -1;
 }
 
-int X_select_sql(int, const char *, const char *, X_heap *, int *, X_val *)
+static int select_none(int, const char *, const char *, X_heap *, int *, X_val *)
 {
     X_TRACE("X_select_sql: ...");
     return -1;
 }
 
-int X_noselect_sql(const char *, int, X_val *)
+static int noselect_none(const char *, int, X_val *)
 {
     X_TRACE("X_noselect_sql: ...");
     return -1;
 }
 
 // Leaves buff as it is: there is no message to give.
-int sql_error(char *)
+static int error_none(char *)
 {
     return 0;
 }
 
-int X_finish()
+static int finish_none()
 {
     return 0;
 }
+
+const X_backend X_nosql = {"none", open_none, select_none, noselect_none, error_none,
+                           finish_none};

@@ -14,6 +14,7 @@
 #include "subst/escape.h"
 #include "subst/subst.h"
 #include "x.h"
+#include "page/output.h"
 
 static int locked;     // 1 while a trap call or the final output runs
 static int page_text;  // X_ERRMSG is the page's own text (<@error>)
@@ -72,9 +73,13 @@ static int deliver() {
         return 0;
     }
     locked = 1;
-    X_header();
     bool cgi = getenv("REQUEST_METHOD");
+    // The safe profile tells the server, while it still can, that the run failed.
+    if (cgi && X_safe() && X_head_state() == X_HEAD_HELD)
+        X_head_set("Status", "500 Internal Server Error");
+    X_header();
     if (!X_ERROR) {
+        X_body();
         if (!cgi) {
             printf("Usage:\n\tTolm script [-Var Value [-Var2 Value2 [..]]]\n\nERROR: %s\n", X_ERRMSG);
         } else {

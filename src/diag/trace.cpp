@@ -6,6 +6,7 @@
 
 #include "diag/diag.h"
 #include "x.h"
+#include "page/output.h"
 
 // Time stamp shared by both channels: whole seconds since the first stamp,
 // the current microseconds, and the microseconds since the previous stamp.
@@ -65,7 +66,10 @@ int X_trace(const char *fmt, ...) {
         Init = 1;
     }
     if (!Trace) return 0;
-    if (Trace == 1) fp = X_fp ? X_fp : stdout;
+    if (Trace == 1) {
+        fp = X_fp ? X_fp : stdout;
+        if (fp == stdout) X_body();
+    }
     if (!fp) return 0;
     va_list ap;
     va_start(ap, fmt);

@@ -42,15 +42,18 @@ static void blank_controls(char *s) {
 
 // Prepares one line of FILE held in LINE (capacity X_MAXLINE). Text lines
 // keep their leading blanks and newline; a command line loses both and is
-// joined with its continuation lines.
-void cut_cmd(X_FILE *file, char *line) {
-    X_TRACE("cut_cmd: IN= {%s}", line);
+// joined with its continuation lines. A command that grows too long is
+// reported and the work traced when REPORT is set; the answer is false when
+// it grew too long.
+static bool cut(X_FILE *file, char *line, bool report) {
+    bool fits = true;
+    if (report) X_TRACE("cut_cmd: IN= {%s}", line);
     if (strstr(line, "<@--")) cut_comment(file, line);
-    if (!*line) return;
+    if (!*line) return fits;
     blank_controls(line);
     char *p = line;
     while (*p == ' ') p++;
-    if (p[0] != '<' || p[1] != '@') return;
+    if (p[0] != '<' || p[1] != '@') return fits;
     size_t len = strlen(p);
     memmove(line, p, len + 1);
     if (char *nl = strchr(line, '\n')) *nl = 0;
@@ -60,12 +63,13 @@ void cut_cmd(X_FILE *file, char *line) {
         char next[300];
         for (;;) {
             // The command as it stands when the page ends.
-            if (!X_fgets(next, sizeof next, file)) return;
+            if (!X_fgets(next, sizeof next, file)) return fits;
             if (strstr(next, "<@--")) uncomment(file, next, sizeof next);
             blank_controls(next);
             size_t nlen = strlen(next);
             if (nlen + len > X_MAXLINE - 1) {
-                ERRMSG("cut_cmd: No more memory...");
+                fits = false;
+                if (report) ERRMSG("cut_cmd: No more memory...");
                 nlen = X_MAXLINE - 1 - len;
             }
             if (nlen && next[nlen - 1] == '\n') next[--nlen] = 0;
@@ -77,7 +81,16 @@ void cut_cmd(X_FILE *file, char *line) {
             if (!more) break;
         }
     }
-    X_TRACE("cut_cmd: OUT= {%s}", line);
+    if (report) X_TRACE("cut_cmd: OUT= {%s}", line);
+    return fits;
+}
+
+void cut_cmd(X_FILE *file, char *line) {
+    cut(file, line, true);
+}
+
+bool X_cut_quiet(X_FILE *file, char *line) {
+    return cut(file, line, false);
 }
 
 // Squeezes blanks in place: leading ones removed, runs made one, one

@@ -7,10 +7,12 @@
 #include "diag/diag.h"
 #include "page/dispatch.h"
 #include "page/page.h"
+#include "page/prepared.h"
 #include "runtime/runtime.h"
 #include "storage/heap.h"
 #include "storage/tree.h"
 #include "subst/varcmd.h"
+#include "syscmd/headers.h"
 #include "syscmd/output.h"
 #include "syscmd/process.h"
 #include "syscmd/shm.h"
@@ -28,7 +30,8 @@ const X_CMDROW x_CMD[X_NCMD] = {
     {"sql", 29},      {"vsql", 42},      {"sqlexec", 30}, {"vsqlexec", 43}, {"fopen", 31},
     {"popen", 32},    {"fclose", 33},    {"pclose", 34},  {"fgets", 35},    {"fputs", 36},
     {"vfputs", 41},   {"fseek", 37},     {"shmat", 38},   {"shmdt", 39},    {"end", 40},
-    {"continue", 40}, {"break", 40},     {nullptr, 0},
+    {"continue", 40}, {"break", 40},     {"setheader", 46}, {"status", 47}, {"redirect", 48},
+    {"setcookie", 49}, {"clearcookie", 50}, {nullptr, 0},
 };
 
 const char *const NEXT_name[4] = {"none", "EOL", "AND", "OR"};
@@ -37,7 +40,7 @@ int X_sandbox = 0;
 
 namespace {
 
-constexpr int kMaxCode = 45;
+constexpr int kMaxCode = 50;
 
 // How dispatch treats a handler.
 enum Kind {
@@ -112,6 +115,11 @@ constexpr Handler handlers[kMaxCode + 1] = {
     /* 43 */ {SELF, "X_sqlexec", X_sqlexec, nullptr, nullptr},
     /* 44 */ {PLAIN, "X_vset", X_vset, nullptr, nullptr},
     /* 45 */ {PLAIN, "X_vadd", X_vadd, nullptr, nullptr},
+    /* 46 */ {PLAIN, "X_setheader", X_setheader, nullptr, nullptr},
+    /* 47 */ {PLAIN, "X_status", X_status, nullptr, nullptr},
+    /* 48 */ {PLAIN, "X_redirect", X_redirect, nullptr, nullptr},
+    /* 49 */ {PLAIN, "X_setcookie", X_setcookie, nullptr, nullptr},
+    /* 50 */ {PLAIN, "X_clearcookie", X_clearcookie, nullptr, nullptr},
 };
 
 // Builds the keyword tree on first use.
@@ -193,20 +201,25 @@ int X_search_command(const char *keyword) {
     return search(keyword);
 }
 
+int X_command_code(const char *buff) {
+    const char *k = buff + 2;
+    int n = 0;
+    while (n < 16 && k[n] && k[n] != '>') n++;
+    if (n == 16 || k[n] != '>') return 0;
+    char keyword[16];
+    memcpy(keyword, k, n);
+    keyword[n] = 0;
+    int code = search(keyword);
+    return code < 1 || code > kMaxCode ? 0 : code;
+}
+
 // Dispatches one command line: 0 when it was consumed as a command, -1 when
 // the caller is to treat it as text.
 int X_command(X_FILE *fp, char *buff, int *compile, int ignore) {
     cut_cmd(fp, buff);
     if (buff[0] != '<' || buff[1] != '@') return -1;
-    const char *k = buff + 2;
-    int n = 0;
-    while (n < 16 && k[n] && k[n] != '>') n++;
-    if (n == 16 || k[n] != '>') return let(buff, *compile, ignore);
-    char keyword[16];
-    memcpy(keyword, k, n);
-    keyword[n] = 0;
-    int code = search(keyword);
-    if (code < 1 || code > kMaxCode) return let(buff, *compile, ignore);
+    int code = X_command_code(buff);
+    if (!code) return let(buff, *compile, ignore);
     return run(handlers[code], fp, buff, compile, ignore);
 }
 
@@ -220,9 +233,24 @@ int X_notfound(X_FILE *fp, int compile, int ignore) {
         return 0;
     }
     char line[X_MAXLINE];
-    while (X_fgets(line, sizeof line, fp)) {
-        if (Continue || ContinueBreak) ignore = 1;
-        cut_cmd(fp, line);
+    for (;;) {
+        if (X_LINE *row = X_line_at(fp)) {
+            // A prepared line: block ends and planned lines run here.
+            if (Continue || ContinueBreak) ignore = 1;
+            fp->offset = row->end;
+            if (row->kind == X_LINE_END) return 0;
+            if (row->kind == X_LINE_CONTINUE || row->kind == X_LINE_BREAK) {
+                if (!ignore) Continue = 1;
+                if (!ignore && row->kind == X_LINE_BREAK) Break = 1;
+                continue;
+            }
+            if (!ignore && X_line_run(row, compile) == 0) continue;
+            memcpy(line, row->text, row->len + 1);
+        } else {
+            if (!X_fgets(line, sizeof line, fp)) break;
+            if (Continue || ContinueBreak) ignore = 1;
+            cut_cmd(fp, line);
+        }
         if (line[0] == '<' && line[1] == '@' && X_command(fp, line, &compile, ignore) == 0) continue;
         if (strncmp(line, "<@end>", 6) == 0) return 0;
         if (strncmp(line, "<@continue>", 11) == 0) {

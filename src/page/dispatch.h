@@ -9,7 +9,7 @@ struct X_CMDROW {
     int code;
 };
 
-constexpr int X_NCMD = 48;  // 47 keywords and the empty end row
+constexpr int X_NCMD = 53;  // 52 keywords and the empty end row
 extern const X_CMDROW x_CMD[X_NCMD];
 extern const char *const NEXT_name[4];
 
@@ -21,3 +21,6 @@ extern int X_sandbox;
 int X_command(X_FILE *fp, char *buff, int *compile, int ignore);
 int X_notfound(X_FILE *fp, int compile, int ignore);
 int X_search_command(const char *keyword);
+// The handler code that X_command gives the "<@" line BUFF, or 0 when the
+// line goes straight to the assignment form.
+int X_command_code(const char *buff);

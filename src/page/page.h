@@ -6,6 +6,8 @@
 int X_printfile(const char *path, int compile);
 int X_fgets(char *buff, int size, X_FILE *file);
 void cut_cmd(X_FILE *file, char *line);
+// cut_cmd without trace or report: false when the command grew too long.
+bool X_cut_quiet(X_FILE *file, char *line);
 void cut_comment(X_FILE *file, char *line);
 void trim_buff(char *buff);
 int X_trans_printfile(const char *arg, int compile);

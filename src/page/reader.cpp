@@ -5,6 +5,7 @@
 #include "diag/diag.h"
 #include "page/dispatch.h"
 #include "page/page.h"
+#include "page/prepared.h"
 #include "runtime/runtime.h"
 #include "storage/heap.h"
 #include "storage/store.h"
@@ -120,8 +121,24 @@ int X_printfile(const char *path, int compile) {
     DIR = dir;
     X_TRACE("X_printfile: DIR-new= %s\n", DIR);
     char line[X_MAXLINE];
-    while (X_fgets(line, sizeof line, file)) {
-        cut_cmd(file, line);
+    for (;;) {
+        if (X_LINE *row = X_line_at(file)) {
+            file->offset = row->end;
+            bool planned = row->kind == X_LINE_TEXT || row->kind == X_LINE_LET || row->kind == X_LINE_IF;
+            if (planned && X_line_run(row, compile) == 0) {
+                if (row->kind == X_LINE_TEXT) continue;
+                if (Break) {
+                    Continue = Break = 0;
+                    break;
+                }
+                continue;
+            }
+            memcpy(line, row->text, row->len + 1);
+        } else if (!X_fgets(line, sizeof line, file)) {
+            break;
+        } else {
+            cut_cmd(file, line);
+        }
         if (line[0] == '<' && line[1] == '@' && X_command(file, line, &compile, 0) == 0) {
             if (Break) {
                 Continue = Break = 0;

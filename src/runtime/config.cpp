@@ -15,6 +15,7 @@
 #include "storage/heap.h"
 #include "storage/store.h"
 #include "subst/args.h"
+#include "page/output.h"
 
 static constexpr int CONFIGLINE = 100;  // one read of x.config
 static constexpr int ROOTSIZE = 200;
@@ -150,8 +151,9 @@ int X_values(const char *prog, int shell) {
 
     // Form fields; fixed names refuse them, so the values above hold.
     for (int i = 0; i < X_MAXENT && ent[i].name; ++i)
-        if (ent[i].val && ent[i].val[0] && from_request(ent[i]))
-            X_add_value(ent[i].name, ent[i].val);
+        if (ent[i].val && ent[i].val[0] && from_request(ent[i]) &&
+            X_add_value(ent[i].name, ent[i].val) == 0)
+            X_mark_request(ent[i].name);
 
     if (X_get_value("X_PAGE")) {
         if (matched) X_check_name(root, "X_PAGE");
@@ -285,6 +287,15 @@ static bool header_safe(const char *name) {
     return true;
 }
 
+// Adds one cookie line, FMT filled with NAME and VALUE, to the header.
+static void cookie_line(const char *fmt, const char *name, const char *value)
+    __attribute__((format(printf, 1, 0)));
+static void cookie_line(const char *fmt, const char *name, const char *value) {
+    std::string line(strlen(fmt) + strlen(name) + strlen(value) + 1, '\0');
+    snprintf(line.data(), line.size(), fmt, name, value);
+    X_head_line(line.c_str());
+}
+
 // Writes one header line per name of the list held by listvar: the value
 // of the variable of that name, URL-escaped, or the deletion line.
 static void cookie_lines(const char *listvar, bool session) {
@@ -299,15 +310,15 @@ static void cookie_lines(const char *listvar, bool session) {
             std::string esc(3 * strlen(value) + 1, '\0');
             escape_url(value, esc.data());
             if (session) {
-                printf("Set-Cookie: %s=%s; path=/; \n", nm, esc.c_str());
+                cookie_line("Set-Cookie: %s=%s; path=/; \n", nm, esc.c_str());
             } else {
-                printf("Set-Cookie: %s=%s; path=/; expires=31-Dec-2037 23:55:00 GMT \n", nm,
-                       esc.c_str());
+                cookie_line("Set-Cookie: %s=%s; path=/; expires=31-Dec-2037 23:55:00 GMT \n", nm,
+                            esc.c_str());
                 X_DEBUG("Set-Cookie: %s=%s\n", nm, esc.c_str());
             }
         } else {
-            printf("Set-Cookie: %s=NULL; path=/; expires=Wednesday, 21-Aug-1996 01:21:36 GMT \n",
-                   nm);
+            cookie_line("Set-Cookie: %s=NULL; path=/; expires=Wednesday, 21-Aug-1996 01:21:36 GMT \n",
+                        nm, "");
             X_DEBUG("Del-Cookie: %s\n", nm);
         }
     }

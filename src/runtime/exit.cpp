@@ -9,14 +9,17 @@
 #include "runtime/runtime.h"
 #include "runtime/site.h"
 #include "x.h"
+#include "page/output.h"
 
 // Writes the banner comment once; it also ends the HTTP header.
 int X_header() {
     static int printed;
     if (printed) return 0;
     printed = 1;
-    printf("\r\n\r\n<!-- %s %s -->\n\n", X_VERSION_TEXT, "(c) Tolm developers");
-    fflush(stdout);
+    char banner[128];
+    snprintf(banner, sizeof banner, "\r\n\r\n<!-- %s %s -->\n\n", X_VERSION_TEXT,
+             "(c) Tolm developers");
+    X_head_banner(banner);
     return 0;
 }
 
@@ -35,6 +38,7 @@ void X_exit(int status) {
     if (n < static_cast<int>(sizeof tmp)) unlink(tmp);  // never a cut path
     if (X_safe()) X_upload_cleanup();  // what the page did not move away
     X_TRACE("X_exit: exit...");
+    X_body();
     fflush(stdout);
     exit(status);
 }

@@ -1,11 +1,8 @@
 // Tolm entry point: one request (or one shell invocation) per process.
-#include <csignal>
 #include <cstdlib>
-#include <malloc.h>
-#include <pthread.h>
-#include <sys/resource.h>
 
 #include "diag/diag.h"
+#include "fcgi/fcgi.h"
 #include "form/form.h"
 #include "runtime/config.h"
 #include "runtime/limits.h"
@@ -13,27 +10,19 @@
 #include "runtime/site.h"
 #include "syscmd/process.h"
 #include "x.h"
+#include "page/output.h"
 
 namespace {
 
-// The content type line that opens the HTTP header.
+// The content type line that opens the HTTP header, held with the rest of
+// the header until the body starts.
 void content_type() {
-    fputs(X_safe() ? "Content-Type: text/html; charset=utf-8\r\n" : "Content-Type: text/html\r\n",
-          stdout);
-    fflush(stdout);
+    X_head_begin(X_safe() ? "Content-Type: text/html; charset=utf-8\r\n"
+                          : "Content-Type: text/html\r\n");
 }
 
-// Pages recurse through calls, blocks and includes with 64 KiB line buffers
-// in each frame, so the interpreter runs on a stack of its own this size.
-constexpr size_t kStack = 256UL << 20;
-
-struct Args {
-    int argc;
-    char **argv;
-};
-
 // Decodes the request or the command line, then runs the page.
-[[noreturn]] void run(int argc, char **argv) {
+void run(int argc, char **argv) {
     X_start();
     X_trace("==> Tolm: started...\n");
     X_debug("==> Tolm: started...\n");
@@ -77,43 +66,13 @@ struct Args {
     X_exit(0);
 }
 
-void *interpreter(void *p) {
-    int probe;
-    X_stack_base(&probe);
-    X_stack_size(static_cast<long>(kStack));
-    sigset_t none;
-    sigemptyset(&none);
-    pthread_sigmask(SIG_SETMASK, &none, nullptr);
-    auto *a = static_cast<Args *>(p);
-    run(a->argc, a->argv);
-}
-
 }  // namespace
 
 int main(int argc, char **argv) {
+    // Under FastCGI only each request's page process gets past this line; it
+    // runs as a CGI program started without arguments.
+    if (X_fastcgi()) argc = 1;
     Debug = 0;
     Trace = 0;
-    // One malloc arena: the interpreter thread needs no arena of its own.
-    mallopt(M_ARENA_MAX, 1);
-    // Signals go to the interpreter thread only; this one just waits.
-    sigset_t all, old;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &old);
-    Args args{argc, argv};
-    pthread_attr_t attr;
-    pthread_attr_init(&attr);
-    pthread_attr_setstacksize(&attr, kStack);
-    pthread_t t;
-    if (pthread_create(&t, &attr, interpreter, &args) != 0) {
-        // No room for a big stack: run on this one, guarded by its limit.
-        pthread_sigmask(SIG_SETMASK, &old, nullptr);
-        int probe;
-        X_stack_base(&probe);
-        rlimit rl;
-        if (getrlimit(RLIMIT_STACK, &rl) == 0 && rl.rlim_cur != RLIM_INFINITY)
-            X_stack_size(static_cast<long>(rl.rlim_cur));
-        run(argc, argv);
-    }
-    pthread_join(t, nullptr);
-    return 0;
+    X_run_on_stack(run, argc, argv);
 }

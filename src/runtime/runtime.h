@@ -21,3 +21,7 @@ int str_copy(char *dst, const char *src);
 // Shell mode: scans "-V", "-X_PAGE PATH", "-Name Value" and bare page paths;
 // "--version" or "--help" as the only argument prints and ends the run.
 void X_cmdline(int argc, char **argv);
+// Runs FN(ARGC, ARGV) on the interpreter's large stack (the process stack
+// when none can be mapped), with the recursion guard set for it. Never
+// returns: the run ends through X_exit.
+[[noreturn]] void X_run_on_stack(void (*fn)(int, char **), int argc, char **argv);

@@ -181,6 +181,20 @@ int X_put_value(const char *name, const char *value, int fixed, int cookie)
         u->cookie = static_cast<int16_t>(cookie);
     if (fixed)
         u->fixed = static_cast<int16_t>(fixed);
+    return X_put_user(u, value);
+}
+
+X_USER *X_ref_user(X_REF *ref)
+{
+    if (ref->gen != AVL_generation) {
+        ref->user = X_find_user(ref->name);
+        ref->gen = AVL_generation;
+    }
+    return ref->user;
+}
+
+int X_put_user(X_USER *u, const char *value)
+{
     char *copy = nullptr;  // a value taken from the variable itself is copied out
     if (aliases_value(u, value)) {  // before its heap is recycled
         copy = strdup(value);
@@ -193,6 +207,7 @@ int X_put_value(const char *name, const char *value, int fixed, int cookie)
     u->var.next = nullptr;
     u->var.value = c ? c : no_value;
     u->clean = 0;
+    u->request = 0;
     if (c)
         X_DEBUG("  ** %s := %s \n", u->name, value);
     free(copy);
@@ -232,6 +247,18 @@ int X_add_value(const char *name, const char *value)
     }
     X_DEBUG("  ** %s add:= %s \n", name, value);
     return 0;
+}
+
+void X_mark_request(const char *name)
+{
+    if (X_USER *u = X_find_user(name))
+        u->request = 1;
+}
+
+bool X_from_request(const char *name)
+{
+    X_USER *u = X_find_user(name);
+    return u && u->request;
 }
 
 // The first value of name, or null. The text stays valid until the

@@ -157,6 +157,8 @@ static int insert(avl_tree *tree, avl **pp, avl *node)
     return p->balance != 0;
 }
 
+unsigned long AVL_generation;
+
 int AVL_insert(avl_tree *tree, avl *node)
 {
     const char *key = node ? static_cast<const char *>(node->key) : nullptr;
@@ -167,6 +169,7 @@ int AVL_insert(avl_tree *tree, avl *node)
     node->right = nullptr;
     node->balance = 0;
     insert(tree, &tree->root, node);
+    AVL_generation++;
     return 0;
 }
 
@@ -242,5 +245,6 @@ int AVL_remove(avl_tree *tree, const char *key)
     if (!node)  // empty tree or absent key
         return -1;
     remove_node(tree, &tree->root, node);
+    AVL_generation++;
     return 0;
 }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "diag/diag.h"
@@ -91,6 +92,18 @@ int X_arg_string_sep(const char *buff, char *val, const char *sep)
         val[n++] = buff[i++];
     val[n] = '\0';
     return i;
+}
+
+long X_number(const char *s)
+{
+    const char *p = s + (*s == '-');
+    long n = 0;
+    int digits = 0;
+    for (; *p >= '0' && *p <= '9' && digits < 18; p++, digits++)
+        n = n * 10 + (*p - '0');
+    if (digits == 0 || (*p >= '0' && *p <= '9'))
+        return strtol(s, nullptr, 10);
+    return *s == '-' ? -n : n;
 }
 
 int X_take_string(const char *buff, char *val)

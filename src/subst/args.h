@@ -23,6 +23,9 @@ int X_stop_char(int ch);
 // A blank-delimited word, no quoting; returns the index of the blank or NUL
 // after it, 0 when there is none.
 int X_take_string(const char *buff, char *val);
+// strtol(s, NULL, 10), with a short way for plain decimal text of up to 18
+// digits.
+long X_number(const char *s);
 
 // ---- HTML entities ------------------------------------------------------
 // One row of the entity table: entity text and its UTF-8 character.

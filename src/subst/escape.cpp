@@ -6,8 +6,8 @@
 
 namespace {
 
-// The escaped form of the byte C (the whole character starting there for
-// UTF-8) into piece; returns its length. *step gets the input bytes used.
+// The escaped form of the character at P (a byte, or a whole UTF-8
+// sequence) into piece; returns its length. *step gets the bytes used.
 int unit(int kind, const unsigned char *p, char *piece, int *step) {
     unsigned c = *p;
     *step = 1;
@@ -15,10 +15,10 @@ int unit(int kind, const unsigned char *p, char *piece, int *step) {
         // A UTF-8 sequence is kept whole, so a cut never splits a character.
         int n = 1;
         while (n < 4 && (p[n] & 0xC0) == 0x80) ++n;
+        *step = n;
         if (kind == X_ESC_JSON && n == 3 && c == 0xE2 && p[1] == 0x80 && (p[2] | 1) == 0xA9)
             return snprintf(piece, 8, "\\u%04x", p[2] == 0xA8 ? 0x2028 : 0x2029);
         memcpy(piece, p, n);
-        *step = n;
         return n;
     }
     switch (kind) {

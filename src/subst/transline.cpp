@@ -1,5 +1,6 @@
 // Line translation: text copied with its $( ) references replaced by values,
 // into a buffer or onto the output stream.
+#include <cstdlib>
 #include <cstring>
 
 #include "diag/diag.h"
@@ -111,4 +112,55 @@ int transvalue(const char *val, char *out) {
 void X_expand_args(const char *text, char *out, int compile) {
     out[0] = 0;
     X_transline(text, out, compile);
+}
+
+void X_put_text(const char *p, size_t n) {
+    if (n) emit(X_out(), p, n);
+}
+
+int X_text_prepare(const char *line, X_TEXTPLAN *plan) {
+    // Pieces of the line: at most one literal run before each reference
+    // and one after the last.
+    int refs = 0;
+    for (const char *d = strstr(line, "$("); d; d = strstr(d + 2, "$(")) refs++;
+    auto *pieces = static_cast<X_TEXTPIECE *>(calloc(2 * refs + 1, sizeof(X_TEXTPIECE)));
+    if (!pieces) return -1;
+    int n = 0;
+    const char *lit = line;
+    for (const char *d = strstr(line, "$("); d; d = strstr(lit, "$(")) {
+        const char *r = d + 2;
+        size_t len = strcspn(r, "()");
+        if (r[len] != ')' || len == 0) break;
+        char *name = strndup(r, len);
+        if (!name || !X_value_plain(name)) {
+            free(name);
+            break;
+        }
+        if (d > lit) pieces[n++] = {lit, static_cast<size_t>(d - lit), {}};
+        pieces[n++] = {nullptr, 0, {name, nullptr, X_REF_UNBOUND}};
+        lit = r + len + 1;
+        refs--;
+    }
+    if (refs) {
+        for (int i = 0; i < n; i++) free(const_cast<char *>(pieces[i].ref.name));
+        free(pieces);
+        return -1;
+    }
+    if (*lit) pieces[n++] = {lit, strlen(lit), {}};
+    plan->pieces = pieces;
+    plan->count = n;
+    return 0;
+}
+
+void X_text_run(X_TEXTPLAN *plan) {
+    for (int i = 0; i < plan->count; i++) {
+        X_TEXTPIECE &p = plan->pieces[i];
+        if (p.text) {
+            X_put_text(p.text, p.len);
+        } else {
+            X_USER *u = X_ref_user(&p.ref);
+            transvalue(u ? u->var.value : nullptr, nullptr);
+        }
+    }
+    X_fflush(X_out());
 }

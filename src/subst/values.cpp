@@ -35,6 +35,7 @@ constexpr ValueRow rows[] = {
     {"call:", false, row_call},
     {"txt2url:", false, row_txt2url},
     {"url2txt:", false, row_url2txt},
+    {"sql:", false, row_sql},
     {"trim:", false, row_trim},
     {"lower:", false, row_lower},
     {"upper:", false, row_upper},
@@ -53,6 +54,10 @@ constexpr ValueRow rows[] = {
     {"ftell:", false, row_ftell},
     {"expr:", false, row_expr},
     {"env:", false, row_env},
+    {"html:", false, row_html},
+    {"attr:", false, row_attr},
+    {"shq:", false, row_shq},
+    {"json:", false, row_json},
     {"today", true, row_today},
     {"X_ROWS", false, row_rows},
     {"X_DT", false, row_dt},
@@ -152,6 +157,11 @@ int X_transvalue(const char *name, char *out)
     if (const ValueRow *row = find_row(name))
         return row->fn(name, name + row->word.size(), out);
     return variable(name, out);
+}
+
+bool X_value_plain(const char *name)
+{
+    return name && *name && !find_row(name);
 }
 
 // Writes the value of name to the output stream.

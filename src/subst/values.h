@@ -5,6 +5,9 @@
 
 int X_transvalue(const char *name, char *out);
 int X_printvalue(const char *name);
+// True when a reference of exactly NAME reads the variable NAME: no value
+// function or special name claims it.
+bool X_value_plain(const char *name);
 long GetDDT();
 int date_YEAR(char *str);
 int date_MONTH(char *str);

@@ -22,6 +22,7 @@ int value_int(const char *s);                     // leading decimal number, cla
 int row_sh(const char *ref, const char *arg, char *out);
 int row_txt2url(const char *ref, const char *arg, char *out);
 int row_url2txt(const char *ref, const char *arg, char *out);
+int row_sql(const char *ref, const char *arg, char *out);
 int row_trim(const char *ref, const char *arg, char *out);
 int row_lower(const char *ref, const char *arg, char *out);
 int row_upper(const char *ref, const char *arg, char *out);
@@ -37,6 +38,12 @@ int row_mval(const char *ref, const char *arg, char *out);
 // ---- Number formats (values_format.cpp) --------------------------------
 int row_int(const char *ref, const char *arg, char *out);
 int row_printf(const char *ref, const char *arg, char *out);
+
+// ---- Escaping for other languages (values_escape.cpp) -----------------
+int row_html(const char *ref, const char *arg, char *out);
+int row_attr(const char *ref, const char *arg, char *out);
+int row_shq(const char *ref, const char *arg, char *out);
+int row_json(const char *ref, const char *arg, char *out);
 
 // ---- Dates and clocks (values_time.cpp) --------------------------------
 int row_dt2str(const char *ref, const char *arg, char *out);

@@ -100,6 +100,30 @@ int row_url2txt(const char *, const char *arg, char *out)
     return value_transform(arg, out, unescape_url);
 }
 
+// sql:REF, the value as a quoted SQL string literal: in quotes, each quote
+// doubled. A value too long for a value buffer is cut before a character,
+// never between the two quotes of a pair, so the literal always closes and
+// the value stays data.
+int row_sql(const char *, const char *arg, char *out)
+{
+    char buf[X_MAXLINE];
+    value_expand(arg, buf);
+    std::vector<char> lit(X_MAXLINE);
+    size_t n = 0;
+    lit[n++] = '\'';
+    for (const char *p = buf; *p; p++) {
+        size_t need = *p == '\'' ? 2 : 1;
+        if (n + need + 2 > lit.size())  // room for the closing quote and terminator
+            break;
+        lit[n++] = *p;
+        if (*p == '\'')
+            lit[n++] = '\'';
+    }
+    lit[n++] = '\'';
+    lit[n] = 0;
+    return value_emit(lit.data(), out);
+}
+
 // trim:REF, the value with its blanks squeezed.
 int row_trim(const char *, const char *arg, char *out)
 {

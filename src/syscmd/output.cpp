@@ -84,5 +84,7 @@ int X_cookie(char *line, int compile, int ignore) {
         value[len] = '\0';
         unescape_url(value);
     }
-    return X_put_value(name, value);
+    int rc = X_put_value(name, value);
+    if (rc == 0 && found) X_mark_request(name);
+    return rc;
 }

@@ -18,6 +18,7 @@
 #include "subst/args.h"
 #include "subst/subst.h"
 #include "syscmd/argcut.h"
+#include "page/output.h"
 
 namespace {
 
@@ -83,6 +84,7 @@ int X_shell(char *line, int compile, int ignore)
     X_TRACE("X_shell: {%s}\n", text);
     // Nothing is flushed first: with flushing off, the page's buffered text
     // follows the command's own output.
+    X_body();  // the header goes out before the command's own output
     if (system(text) == -1) ERRMSG("Cannot run SHELL: %s \n", text);
     return 0;
 }
@@ -115,6 +117,7 @@ int X_fork(char *line, int compile, int ignore)
 
     // Nothing is flushed first: with flushing off, both processes inherit
     // and write the page's buffered text.
+    X_body();  // one header, whichever process writes first
     pid_t pid = fork();
     if (pid != 0) {
         char num[32];

@@ -10,6 +10,7 @@
 #include "storage/store.h"
 #include "subst/subst.h"
 #include "syscmd/argcut.h"
+#include "page/output.h"
 
 // How often each row of the stream table was closed: a block that saved a
 // row's stream can tell whether it is still the stream it saved.
@@ -50,6 +51,7 @@ int open_row(const char *rest, const char *line, int compile, bool pipe)
 
     X_OPEN *row = free_row();
     if (!row) return X_set_status(status, -1);
+    if (pipe) X_body();  // the command may write to the response
     FILE *fp = pipe ? popen(path, mode) : fopen(path, mode);
     if (!fp) return X_set_status(status, -1);
     row->fp = fp;
@@ -203,6 +205,7 @@ int X_io_fputs(char *line, int compile, int ignore)
 
     FILE *fp = nullptr;
     if (strcmp(name, "stdout") == 0) {
+        X_body();
         fp = stdout;
     } else if (strcmp(name, "stderr") == 0) {
         fp = stderr;

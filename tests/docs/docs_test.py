@@ -13,6 +13,8 @@ NAME" add files and a block "stdin" gives the standard input:
     ```page [WORD...]          the page, saved as page.html and run
     ```output [status=N] [noeol]   the exact standard output (exit status N,
                                default 0; noeol: without the last line break)
+    ```stderr                  right after the output: the exact standard error
+                               (without this block it must stay empty)
 
 The words after "page" (shell quoting) are NAME=value settings for the
 environment when NAME is upper case, else command-line arguments put after
@@ -50,9 +52,11 @@ def blocks(lines):
 
 
 def examples(lines):
-    """Groups the blocks into examples: (line, files, stdin, page, output block)."""
+    """Groups the blocks into examples:
+    (line, files, stdin, page, words, output block, stderr text)."""
+    found = list(blocks(lines))
     files, stdin, page = [], "", None
-    for kind, words, start, end in blocks(lines):
+    for n, (kind, words, start, end) in enumerate(found):
         body = "".join(l + "\n" for l in lines[start:end])
         if kind == "file":
             files.append((words.strip(), body))
@@ -60,14 +64,18 @@ def examples(lines):
             stdin = body.replace("\n", "\r\n") if "crlf" in words.split() else body
         elif kind == "page":
             if page:
-                yield page + (None,)
+                yield page + (None, "")
             page = (start, files, stdin, body, words)
             files, stdin = [], ""
         elif kind == "output" and page:
-            yield page + ((words, start, end),)
+            err = ""
+            if n + 1 < len(found) and found[n + 1][0] == "stderr":
+                s, e = found[n + 1][2:]
+                err = "".join(l + "\n" for l in lines[s:e])
+            yield page + ((words, start, end), err)
             page = None
     if page:
-        yield page + (None,)
+        yield page + (None, "")
 
 
 def run(tolm, files, stdin, body, words):
@@ -97,7 +105,7 @@ def run(tolm, files, stdin, body, words):
         except subprocess.TimeoutExpired:
             return None, "", "the run did not end within 20 seconds"
         out = r.stdout.decode("utf-8", "replace").replace("\r", "").replace(tmp, SITE)
-        return r.returncode, out, r.stderr.decode("utf-8", "replace")
+        return r.returncode, out, r.stderr.decode("utf-8", "replace").replace(tmp, SITE)
 
 
 def main():
@@ -107,7 +115,7 @@ def main():
         lines = f.read().split("\n")
     passed = failed = 0
     edits = []
-    for line, files, stdin, body, words, output in examples(lines):
+    for line, files, stdin, body, words, output, want_err in examples(lines):
         where = "%s:%d" % (os.path.basename(doc), line)
         if output is None:
             print("FAIL %s: a page example without an output block" % where)
@@ -125,8 +133,8 @@ def main():
             problems.append("exit status %s, expected %d" % (status, want_status))
         if out != want:
             problems.append("output differs:\n--- shown\n%s--- printed\n%s---" % (want, out))
-        if err:
-            problems.append("standard error:\n" + err)
+        if err != want_err:
+            problems.append("standard error:\n--- shown\n%s--- printed\n%s---" % (want_err, err))
         if update and out != want:
             edits.append((ostart, oend, out))
         if problems:

@@ -13,13 +13,13 @@ def main(tolm):
         config = f.read()
     with open(os.path.join(EXAMPLES, "x.site")) as f:
         settings = f.read()
-    with server.Site(tolm, root=os.path.join(EXAMPLES, "site"), config=config,
-                     settings=settings) as site:
+    with server.Site(tolm, root=os.path.join(EXAMPLES, "site"), config=config) as site:
+        site.write(site.path("home", "x.site"), settings)
 
         def home_page_links_the_others():
             r = site.get(CGI)
             for text in ('href="/cgi-bin/Tolm/form.html"', 'href="/cgi-bin/Tolm/upload.html"',
-                         "TolmDemo on "):
+                         'href="/cgi-bin/Tolm/guestbook.html"', "TolmDemo on "):
                 expect(r.status == 200 and text in r.text, r.text)
 
         def form_and_upload():
@@ -38,6 +38,24 @@ def main(tolm):
                    "</pre>" % site.site_root in r.text, r.text)
             expect("Never shown" not in r.text, r.text)
 
+        def guestbook_keeps_entries_as_data():
+            form = "application/x-www-form-urlencoded"
+            r = site.get(CGI + "/guestbook.html")
+            expect("No entries yet." in r.text, r.text)
+            r = site.post(CGI, b"X_PAGE=guestbook.html&action=add&name=O%27Brien&"
+                          b"note=x%27%3B+DROP+TABLE+guestbook%3B+--", form)
+            expect("your entry is number 1." in r.text, r.text)
+            site.post(CGI, b"X_PAGE=guestbook.html&action=add&name=Ann&note=hi", form)
+            r = site.get(CGI + "/guestbook.html")
+            expect("<b>O'Brien</b>: x'; DROP TABLE guestbook; --" in r.text
+                   and "<b>Ann</b>: hi" in r.text and "TolmDemo on " in r.text, r.text)
+            r = site.post(CGI, b"X_PAGE=guestbook.html&action=delete&id=1", form)
+            expect("Entries removed: 1." in r.text and "O'Brien" not in r.text
+                   and "<b>Ann</b>: hi" in r.text, r.text)
+            evil = site.path("tmp", "evil.db")
+            r = site.get(CGI + "/guestbook.html?X_BASE=sqlite:" + evil)  # the page's base wins
+            expect("<b>Ann</b>: hi" in r.text and not os.path.exists(evil), r.text)
+
         # The example's x.site bounds uploads at 2 MiB.
         def upload_over_the_site_limit_is_refused():
             body = multipart(b"xyz", [(b"X_PAGE", b"upload.html"),
@@ -48,6 +66,7 @@ def main(tolm):
 
         return server.run_checks([home_page_links_the_others, form_and_upload,
                                   failing_page_shows_the_error_page,
+                                  guestbook_keeps_entries_as_data,
                                   upload_over_the_site_limit_is_refused])
 
 

@@ -94,6 +94,7 @@ def main(tolm):
                 (root + "/&lt;script&gt;x&lt;/script&gt;", "&lt;script&gt;x&lt;/script&gt;"))
             expect(msg in r.text, r.text)
             expect("<script>" not in r.text, r.text)
+            expect_eq(r.status, 500 if safe else 200)
             expect((root in r.text) != safe, r.text)
 
         def cookie_x_names(safe):

@@ -31,7 +31,7 @@ def main(src, build):
     def install_places_every_file():
         make("install")
         got = files()
-        for want in ("usr/bin/Tolm", "usr/share/man/man1/tolm.1",
+        for want in ("usr/bin/Tolm", "usr/bin/tolm-pg", "usr/share/man/man1/tolm.1",
                      "usr/share/doc/tolm/pages.md", "usr/share/doc/tolm/commands.md",
                      "usr/share/doc/tolm/servers/nginx.conf"):
             expect(want in got, "%s not installed: %s" % (want, got))

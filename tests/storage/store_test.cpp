@@ -104,4 +104,19 @@ TEST_F(Store, ClearByPatternSkipsFixedVariables)
     EXPECT_TRUE(count_tree(x_BUFFERS.vtree.root, &maxlen) == 2 && maxlen == 2);
 }
 
+TEST_F(Store, RequestMarkLastsUntilTheNextAssignment)
+{
+    X_put_value("a", "site");
+    EXPECT_FALSE(X_from_request("a"));
+    X_add_value("a", "visitor");
+    X_mark_request("a");
+    X_mark_request("nosuch");
+    EXPECT_TRUE(X_from_request("a"));
+    EXPECT_FALSE(X_from_request("nosuch"));
+    X_add_value("a", "more");
+    EXPECT_TRUE(X_from_request("a"));
+    X_put_value("a", "page");
+    EXPECT_FALSE(X_from_request("a"));
+}
+
 }  // namespace

@@ -1,6 +1,7 @@
 // Argument scanners, the entity lookup and the built-ins of "exec".
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -68,3 +69,10 @@ TEST(Args, ExecBuiltins) {
 }
 
 }  // namespace
+
+TEST(Args, NumberReadsAsStrtol) {
+    for (const char *s : {"0", "-0", "42", "-17x", "0012", "", "-", "+5", " 7", "x1", "123456789012345678",
+                          "-123456789012345678", "1234567890123456789", "99999999999999999999", "-9223372036854775808",
+                          "9223372036854775807", "--3", "5 6"})
+        EXPECT_EQ(X_number(s), strtol(s, nullptr, 10)) << s;
+}

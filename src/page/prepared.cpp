@@ -1,0 +1,147 @@
+// Prepared lines: a table per page image, filled lazily by read position.
+#include "page/prepared.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "diag/diag.h"
+#include "page/dispatch.h"
+#include "page/page.h"
+
+int X_prepared = 1;
+
+namespace {
+
+constexpr long kMaxImage = 64L << 20;  // larger images are read the usual way
+
+// The table of one image: for each read position 0 (not yet looked at), -1
+// (no entry) or the entry's number plus 1.
+struct Table {
+    const X_FILE *file;  // the image
+    const char *text;    // its text and size when the table was made
+    long size;
+    int *at;             // size + 1 slots
+    X_LINE **lines;      // entries, in the order they were made
+    int count, cap;
+    Table *next;
+};
+
+Table *tables;
+
+Table *table_of(X_FILE *fp) {
+    static Table *last;
+    if (last && last->file == fp && last->text == fp->text && last->size == fp->size) return last;
+    for (Table *t = tables; t; t = t->next)
+        if (t->file == fp && t->text == fp->text && t->size == fp->size) return last = t;
+    if (fp->size < 0 || fp->size > kMaxImage) return nullptr;
+    auto *t = static_cast<Table *>(calloc(1, sizeof(Table)));
+    int *at = static_cast<int *>(calloc(fp->size + 1, sizeof(int)));
+    if (!t || !at) {
+        free(t);
+        free(at);
+        return nullptr;
+    }
+    *t = {fp, fp->text, fp->size, at, nullptr, 0, 0, tables};
+    return last = tables = t;
+}
+
+// Reads and cuts the line at POS as the reader would; NULL when that would
+// report an error or when cutting the command again changes it (dispatch
+// cuts every command a second time).
+X_LINE *read_line(X_FILE *fp, long pos) {
+    static char *buf, *again;
+    if (!buf) buf = static_cast<char *>(malloc(X_MAXLINE));
+    if (!again) again = static_cast<char *>(malloc(X_MAXLINE));
+    if (!buf || !again) return nullptr;
+    long saved = fp->offset;
+    fp->offset = pos;
+    bool ok = X_fgets(buf, X_MAXLINE, fp) > 0 && X_cut_quiet(fp, buf);
+    long end = fp->offset;
+    if (ok && buf[0] == '<' && buf[1] == '@') {
+        memcpy(again, buf, strlen(buf) + 1);
+        ok = X_cut_quiet(fp, again) && fp->offset == end && strcmp(again, buf) == 0;
+    }
+    fp->offset = saved;
+    if (!ok) return nullptr;
+    auto *line = static_cast<X_LINE *>(calloc(1, sizeof(X_LINE)));
+    if (!line || !(line->text = strdup(buf))) {
+        free(line);
+        return nullptr;
+    }
+    line->end = end;
+    line->len = strlen(buf);
+    return line;
+}
+
+bool starts(const char *s, const char *tag) {
+    return strncmp(s, tag, strlen(tag)) == 0;
+}
+
+// Sorts a cut line into its kind and makes the plan where there is one.
+void classify(X_LINE *line) {
+    const char *s = line->text;
+    if (s[0] != '<' || s[1] != '@') {
+        line->kind = X_LINE_TEXT;
+        line->planned = X_text_prepare(s, &line->text_plan) == 0;
+    } else if (starts(s, "<@end>")) {
+        line->kind = X_LINE_END;
+    } else if (starts(s, "<@continue>")) {
+        line->kind = X_LINE_CONTINUE;
+    } else if (starts(s, "<@break>")) {
+        line->kind = X_LINE_BREAK;
+    } else if (int code = X_command_code(s); code == 0) {
+        line->kind = X_LINE_LET;
+        line->planned = X_let_prepare(s, &line->let_plan) == 0;
+    } else if (code == 23) {
+        line->kind = X_LINE_IF;
+        line->planned = X_if_prepare(s, &line->if_plan) == 0;
+    } else {
+        line->kind = X_LINE_COMMAND;
+    }
+}
+
+bool add(Table *t, X_LINE *line) {
+    if (t->count == t->cap) {
+        int cap = t->cap ? 2 * t->cap : 64;
+        auto *lines = static_cast<X_LINE **>(realloc(t->lines, cap * sizeof(X_LINE *)));
+        if (!lines) return false;
+        t->lines = lines;
+        t->cap = cap;
+    }
+    t->lines[t->count++] = line;
+    return true;
+}
+
+}  // namespace
+
+X_LINE *X_line_at(X_FILE *fp) {
+    if (!X_prepared || Trace || Debug || fp->offset < 0 || fp->offset >= fp->size) return nullptr;
+    Table *t = table_of(fp);
+    if (!t) return nullptr;
+    int slot = t->at[fp->offset];
+    if (slot > 0) return t->lines[slot - 1];
+    if (slot < 0) return nullptr;
+    X_LINE *line = read_line(fp, fp->offset);
+    if (line) classify(line);
+    if (!line || !add(t, line)) {
+        t->at[fp->offset] = -1;
+        return nullptr;
+    }
+    t->at[fp->offset] = t->count;
+    return line;
+}
+
+int X_line_run(X_LINE *line, int compile) {
+    if (!line->planned || !compile || X_stack_low()) return -1;
+    switch (line->kind) {
+    case X_LINE_TEXT:
+        if (!(IgnoreEmpty && line->text[0] == '\n')) X_text_run(&line->text_plan);
+        return 0;
+    case X_LINE_LET:
+        return X_let_run(&line->let_plan);
+    case X_LINE_IF:
+        return X_if_run(&line->if_plan);
+    default:
+        return -1;
+    }
+}

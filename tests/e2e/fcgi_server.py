@@ -1,0 +1,175 @@
+"""Runs Tolm as a FastCGI server behind nginx on 127.0.0.1 for tests, demos
+and benchmarks.
+
+FcgiSite lays out the same scratch directory as server.Site and serves the
+same URLs (http://127.0.0.1:PORT/cgi-bin/Tolm/PAGE, the page name as
+PATH_INFO), so a test written for CGI runs unchanged against it:
+
+    with FcgiSite(tolm, {"x.page": "hello $(name)"}) as site:
+        r = site.get("/cgi-bin/Tolm?name=you")
+
+Tolm gets its listening socket the way spawn-fcgi hands it over (as standard
+input, on a free TCP port), or with via="env" makes it itself from
+TOLM_FASTCGI_LISTEN (a Unix socket in the scratch directory).
+"""
+import os
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import time
+
+import server
+
+NGINX_CONF = """
+%(user)sdaemon off;
+worker_processes %(nginx_workers)d;
+error_log %(dir)s/tmp/nginx.error.log;
+pid %(dir)s/nginx/nginx.pid;
+events { worker_connections 4096; }
+http {
+  access_log off;
+  client_body_temp_path %(dir)s/nginx/body;
+  fastcgi_temp_path %(dir)s/nginx/fastcgi;
+  proxy_temp_path %(dir)s/nginx/proxy;
+  uwsgi_temp_path %(dir)s/nginx/uwsgi;
+  scgi_temp_path %(dir)s/nginx/scgi;
+  client_max_body_size 64m;
+  server {
+    listen 127.0.0.1:%(port)d backlog=4096;
+    root %(dir)s/public;
+    location /cgi-bin/Tolm {
+      fastcgi_pass %(upstream)s;
+      fastcgi_split_path_info ^(/cgi-bin/Tolm)(/.*)$;
+      fastcgi_param GATEWAY_INTERFACE CGI/1.1;
+      fastcgi_param SERVER_SOFTWARE nginx;
+      fastcgi_param REQUEST_METHOD $request_method;
+      fastcgi_param QUERY_STRING $query_string;
+      fastcgi_param CONTENT_TYPE $content_type if_not_empty;
+      fastcgi_param CONTENT_LENGTH $content_length if_not_empty;
+      fastcgi_param SCRIPT_NAME $fastcgi_script_name;
+      fastcgi_param PATH_INFO $fastcgi_path_info if_not_empty;
+      fastcgi_param REQUEST_URI $request_uri;
+      fastcgi_param SERVER_PROTOCOL $server_protocol;
+      fastcgi_param REMOTE_ADDR $remote_addr;
+      fastcgi_param SERVER_ADDR $server_addr;
+      fastcgi_param SERVER_PORT $server_port;
+      fastcgi_param X_HOME %(dir)s/home;
+      fastcgi_param TMP_DIR %(dir)s/tmp;
+      fastcgi_read_timeout 120s;
+    }
+  }
+}
+"""
+
+
+def nginx_path():
+    path = shutil.which("nginx") or (
+        "/usr/sbin/nginx" if os.access("/usr/sbin/nginx", os.X_OK) else None)
+    if not path:
+        sys.exit("nginx is not installed: run `make deps` "
+                 "(or apt-get install -y nginx-light) first")
+    return path
+
+
+def wait_for(test, what, proc=None, seconds=10):
+    deadline = time.time() + seconds
+    while time.time() < deadline:
+        if proc is not None and proc.poll() is not None:
+            raise RuntimeError("%s: the process stopped (status %s)" % (what, proc.returncode))
+        if test():
+            return
+        time.sleep(0.02)
+    raise RuntimeError("%s: timed out" % what)
+
+
+def answers(port):
+    try:
+        socket.create_connection(("127.0.0.1", port), timeout=0.2).close()
+        return True
+    except OSError:
+        return False
+
+
+class FcgiSite(server.Site):
+    def __init__(self, tolm, pages=None, root=None, config=None, via="stdin",
+                 workers=None, timeout=None, nginx_workers=1):
+        super().__init__(tolm, pages, root, config)
+        self.via = via
+        self.settings = {"TOLM_FASTCGI_WORKERS": workers, "TOLM_FASTCGI_TIMEOUT": timeout}
+        self.nginx_workers = nginx_workers
+        self.tolm_proc = None
+
+    def start(self):
+        nginx = nginx_path()
+        self.dir = os.path.realpath(__import__("tempfile").mkdtemp(prefix="tolm-fcgi-"))
+        for d in ("public", "site", "home", "tmp", "nginx"):
+            os.makedirs(self.path(d))
+        self.port = self.port_wanted or server.free_port()
+        for name, text in self.pages.items():
+            self.write(self.path("site", name), text)
+        self.write(self.path("home", "x.config"), self.config.replace(
+            "{PORT}", str(self.port)).replace("{ROOT}", self.site_root))
+        try:
+            upstream = self.start_tolm()
+            self.write(self.path("nginx.conf"), NGINX_CONF % {
+                "port": self.port, "dir": self.dir, "upstream": upstream,
+                "nginx_workers": self.nginx_workers,
+                # As root, nginx would drop its workers to "nobody", who may
+                # not enter the scratch directory.
+                "user": "user root;\n" if os.getuid() == 0 else ""})
+            self.proc = subprocess.Popen(
+                [nginx, "-p", self.path("nginx"), "-e", self.path("tmp", "nginx.error.log"),
+                 "-c", self.path("nginx.conf")], stdin=subprocess.DEVNULL)
+            wait_for(lambda: answers(self.port), "nginx on port %d" % self.port, self.proc)
+        except Exception:
+            self.stop()
+            raise
+        return self
+
+    def start_tolm(self):
+        """Starts the FastCGI server; returns nginx's fastcgi_pass address."""
+        env = {"PATH": os.environ.get("PATH", "/usr/bin:/bin")}
+        env.update({k: str(v) for k, v in self.settings.items() if v is not None})
+        log = open(self.path("tmp", "tolm.log"), "ab")
+        if self.via == "env":
+            sock = self.path("tolm.sock")
+            env["TOLM_FASTCGI_LISTEN"] = sock
+            self.tolm_proc = subprocess.Popen([self.tolm], env=env, stdin=subprocess.DEVNULL,
+                                              stdout=log, stderr=log)
+            wait_for(lambda: os.path.exists(sock), "Tolm's socket", self.tolm_proc)
+            return "unix:" + sock
+        with socket.socket() as s:
+            s.bind(("127.0.0.1", 0))
+            s.listen(1024)
+            self.tolm_proc = subprocess.Popen([self.tolm], env=env, stdin=s.fileno(),
+                                              stdout=log, stderr=log)
+            return "127.0.0.1:%d" % s.getsockname()[1]
+
+    def stop_tolm(self, timeout=10):
+        """SIGTERM to the server; returns its exit status."""
+        p, self.tolm_proc = self.tolm_proc, None
+        if p is None:
+            return None
+        if p.poll() is None:
+            p.send_signal(signal.SIGTERM)
+            try:
+                p.wait(timeout=timeout)
+            except subprocess.TimeoutExpired:
+                p.kill()
+                p.wait()
+        return p.returncode
+
+    def stop(self):
+        if self.proc and self.proc.poll() is None:
+            self.proc.terminate()
+            try:
+                self.proc.wait(timeout=10)
+            except subprocess.TimeoutExpired:
+                self.proc.kill()
+                self.proc.wait()
+        self.proc = None
+        self.stop_tolm()
+        if self.dir and not os.environ.get("TOLM_KEEP_SITE"):
+            shutil.rmtree(self.dir, ignore_errors=True)

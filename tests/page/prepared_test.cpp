@@ -1,0 +1,180 @@
+// Prepared lines against the long way: which lines get a plan, and random
+// pages whose output must not change when lines are prepared.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "page/dispatch.h"
+#include "page/page.h"
+#include "page/prepared.h"
+#include "runtime/runtime.h"
+#include "storage/store.h"
+
+namespace {
+
+// Runs PAGE in a child process with the given presets and switch; returns
+// what it wrote (standard output) followed by its exit status.
+std::string run(const std::string &page, const std::vector<std::pair<std::string, std::string>> &vars,
+                int prepared) {
+    char dir[] = "/tmp/tolm-prep-XXXXXX";
+    if (!mkdtemp(dir)) return "mkdtemp failed";
+    std::string path = std::string(dir) + "/page.html", out = std::string(dir) + "/out";
+    std::ofstream(path) << page;
+    pid_t pid = fork();
+    if (pid == 0) {
+        alarm(20);  // a page that never ends fails the comparison
+        int fd = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        dup2(fd, 1);
+        X_start();
+        X_put_value("X_ROOT", "/");
+        for (auto &[name, value] : vars) X_put_value(name.c_str(), value.c_str());
+        X_prepared = prepared;
+        X_printfile(path.c_str(), 1);
+        X_exit(0);
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    std::stringstream text;
+    text << std::ifstream(out).rdbuf();
+    unlink(out.c_str());
+    unlink(path.c_str());
+    rmdir(dir);
+    return text.str() + "\n[status " + std::to_string(WIFEXITED(status) ? WEXITSTATUS(status) : -1) + "]";
+}
+
+// ---- Random pages ----------------------------------------------------------
+
+const char *const kNames[] = {"a", "b", "n", "s"};
+// Values chosen to move words and operators if a shortcut trusted them.
+const char *const kValues[] = {"5",    "-3",   "12abc", "x>y",  "a b",  "'q'", "$(a)", "",
+                               ">=",   "7 8",  "[x]",   "&&",   "1>=2", "0",   "99",   "z",
+                               "\"q", "a\tb", ">$=b",  "&gt;", "0012", "-",   "é"};
+const char *const kOps[] = {"=", "+=", "-=", "*=", "/=", "%=", ";=", "$="};
+const char *const kCmp[] = {"==", "!=", ">=", "<", "&gt;", "=", "like", "??"};
+
+struct Gen {
+    std::mt19937 rng;
+    std::string page;
+    int loops = 0;
+
+    int pick(int n) { return std::uniform_int_distribution<int>(0, n - 1)(rng); }
+    template <size_t N> const char *any(const char *const (&a)[N]) { return a[pick(N)]; }
+
+    std::string operand() {
+        switch (pick(5)) {
+        case 0: return std::to_string(pick(21) - 10);
+        case 1: return std::string("$(") + any(kNames) + ")";
+        case 2: return "$(" + std::string(any(kNames)) + ") tail";
+        case 3: return "'" + std::string(any(kValues)) + "'";
+        default: return any(kValues);
+        }
+    }
+
+    void statement(int depth) {
+        std::string v = any(kNames);
+        switch (pick(depth < 2 ? 9 : 7)) {
+        case 0: page += "<@" + v + ">" + any(kOps) + " " + operand() + "\n"; break;
+        case 1: page += "<@" + v + (pick(2) ? ">++\n" : ">--\n"); break;
+        case 2: page += "<@" + v + ">=" + operand() + "\n"; break;
+        case 3: page += "<@set> " + v + " " + operand() + "\n"; break;
+        case 4:
+            page += "[" + v + "=$(" + v + ")] $(" + any(kNames) + ") & <b>\n";
+            if (pick(4) == 0) page += "$(len:" + v + ") $(" + v + "\n";
+            break;
+        case 5:
+            page += std::string("<@if> ") + (pick(2) ? "icmp" : pick(2) ? "!cmp" : "cmp") + " " + operand() +
+                    " " + any(kCmp) + " " + operand() + (pick(2) ? " <@break>\n" : " <@continue>\n");
+            break;
+        case 6:
+            page += std::string("<@if> cmp $(") + v + ") == " + any(kValues) + "\nyes $(" + v + ")\n";
+            if (pick(2)) page += "<@else>\nno\n";
+            page += "<@end>\n";
+            break;
+        case 7: {  // a counted loop: the counter is nobody else's
+            std::string c = "c" + std::to_string(loops++);
+            page += "<@set> " + c + " 0\n<@while>\n<@" + c + ">++\n<@if> icmp $(" + c + ") > " +
+                    std::to_string(pick(5)) + " <@break>\n";
+            block(depth + 1);
+            page += "<@end>\n";
+            break;
+        }
+        default:
+            page += "<@while> words " + v + "\nw[$(" + v + ")]\n";
+            block(depth + 1);
+            page += "<@end>\n";
+        }
+    }
+
+    void block(int depth) {
+        for (int k = 1 + pick(4); k > 0; k--) statement(depth);
+    }
+};
+
+}  // namespace
+
+TEST(Prepared, LinesThatGetAPlan) {
+    struct Case {
+        const char *line;
+        bool planned;
+    };
+    const Case lets[] = {
+        {"<@n>+= $(i)", true},    {"<@n>++", true},          {"<@n>= word", true},
+        {"<@n>=$(i)", true},      {"<@n>-= 5 junk", true},   {"<@n>+= $(i) $(j)", false},
+        {"<@$(v)>= 1", false},    {"<@n>= 'a b'", false},    {"<@n>;= x", false},
+        {"<@n>$= x", false},      {"<@n>++ $(i)", false},    {"<@n>+= $(len:i)", false},
+        {"<@n>+= $(i)x", false},  {"<@n>+= x$(i)", false},   {"<@n> nothing", false},
+    };
+    for (const Case &c : lets) {
+        X_LETPLAN plan;
+        EXPECT_EQ(X_let_prepare(c.line, &plan) == 0, c.planned) << c.line;
+    }
+    const Case ifs[] = {
+        {"<@if> icmp $(i) >= 100000 <@break>", true}, {"<@if> !cmp $(a) == x <@continue>", true},
+        {"<@if> cmp $(a) &gt; $(b) <@break>", true},  {"<@if> icmp $(i) >= 1 <@set> x 1", false},
+        {"<@if> cmp $(a) like x* <@break>", false},   {"<@if> cmp 'a b' == x <@break>", false},
+        {"<@if> icmp 1 == 1 && 2 == 2 <@break>", false}, {"<@if> $(a) == x <@break>", false},
+        {"<@if> icmp $(i) >= <@break>", false},       {"<@if> icmp x$(i) == 1 <@break>", false},
+    };
+    for (const Case &c : ifs) {
+        X_IFPLAN plan;
+        EXPECT_EQ(X_if_prepare(c.line, &plan) == 0, c.planned) << c.line;
+    }
+    const Case texts[] = {
+        {"plain text\n", true},   {"a $(x) b $(y)\n", true},  {"$(x$(y))\n", false},
+        {"$(len:x)\n", false},    {"$(x\n", false},           {"$()\n", false},
+        {"cost $5 (net)\n", true},
+    };
+    for (const Case &c : texts) {
+        X_TEXTPLAN plan;
+        EXPECT_EQ(X_text_prepare(c.line, &plan) == 0, c.planned) << c.line;
+    }
+}
+
+TEST(Prepared, RandomPagesReadTheSameBothWays) {
+    for (unsigned seed = 1; seed <= 150; seed++) {
+        Gen g{std::mt19937(seed), "", 0};
+        g.block(0);
+        std::vector<std::pair<std::string, std::string>> vars;
+        for (const char *name : kNames)
+            if (g.pick(4)) vars.emplace_back(name, g.any(kValues));
+        std::string slow = run(g.page, vars, 0);
+        std::string fast = run(g.page, vars, 1);
+        ASSERT_EQ(fast, slow) << "seed " << seed << "\n" << g.page;
+    }
+}
+
+TEST(Prepared, CountedLoopKeepsItsResult) {
+    std::string page = "<@set> n 0\n<@set> i 0\n<@while>\n<@n>+= $(i)\n<@i>++\n"
+                       "<@if> icmp $(i) >= 2000 <@break>\n<@end>\n$(n) $(i)\n";
+    EXPECT_EQ(run(page, {}, 1), "1999000 2000\n\n[status 0]");
+    EXPECT_EQ(run(page, {}, 0), run(page, {}, 1));
+}
