@@ -26,6 +26,11 @@ int ERRMSG_text(const char *text);
 // Writes one line "Tolm: TEXT" to standard error (the web server's error
 // log); control characters in TEXT are shown as \xNN. Returns 0.
 int X_log(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+// Under a web server: "Tolm: PAGE:LINE: error: MESSAGE" for the page line
+// read last, in the server log. Returns 0.
+int X_log_error(const char *msg);
+// The same as a warning, the message formatted from FMT. Returns 0.
+int X_warn(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 
 int ERRTRAP(const char *name);
 int X_error(char *line, int compile, int ignore);

@@ -36,6 +36,8 @@ const X_CMDROW x_CMD[X_NCMD] = {
 
 const char *const NEXT_name[4] = {"none", "EOL", "AND", "OR"};
 
+int X_sandbox = 0;
+
 namespace {
 
 constexpr int kMaxCode = 50;
@@ -144,8 +146,18 @@ int let(char *buff, int compile, int ignore) {
     return X_let(buff, compile, ignore) == 0 ? 0 : -1;
 }
 
+// Handlers that reach outside the process: consumed and skipped in a sandbox.
+bool sandboxed(const Handler &h) {
+    static constexpr Plain outside[] = {X_shell, X_fork, X_io_popen, X_sleep, X_usleep,
+                                        X_chdir, X_unlink, X_shmat, X_shmdt};
+    for (Plain p : outside)
+        if (h.plain == p) return true;
+    return false;
+}
+
 // Runs the handler of CODE on the command line BUFF.
 int run(const Handler &h, X_FILE *fp, char *buff, int *compile, int ignore) {
+    if (X_sandbox && sandboxed(h)) return 0;
     int r = -1;
     switch (h.kind) {
     case NONE:
@@ -201,13 +213,25 @@ int X_command_code(const char *buff) {
     return code < 1 || code > kMaxCode ? 0 : code;
 }
 
+// Tells the server log about a well-formed command line whose keyword is
+// not known (and that is no assignment either).
+static void unknown(const char *buff) {
+    const char *k = buff + 2;
+    size_t n = strcspn(k, ">");
+    if (n < 16 && k[n] == '>') X_warn("unknown command <@%.*s>", static_cast<int>(n), k);
+}
+
 // Dispatches one command line: 0 when it was consumed as a command, -1 when
 // the caller is to treat it as text.
 int X_command(X_FILE *fp, char *buff, int *compile, int ignore) {
     cut_cmd(fp, buff);
     if (buff[0] != '<' || buff[1] != '@') return -1;
     int code = X_command_code(buff);
-    if (!code) return let(buff, *compile, ignore);
+    if (!code) {
+        int r = let(buff, *compile, ignore);
+        if (r != 0 && !ignore) unknown(buff);
+        return r;
+    }
     return run(handlers[code], fp, buff, compile, ignore);
 }
 
@@ -256,5 +280,6 @@ int X_notfound(X_FILE *fp, int compile, int ignore) {
         if (compile) X_transline(line, nullptr, compile);
         else transvalue(line, nullptr);
     }
+    X_warn("a block is still open at the end of the page");
     return 0;
 }

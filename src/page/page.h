@@ -5,6 +5,9 @@
 
 int X_printfile(const char *path, int compile);
 int X_fgets(char *buff, int size, X_FILE *file);
+// The page and the line number of the page line read last, for reports;
+// 0 and a null *path before any page was read.
+int X_where(const char **path);
 void cut_cmd(X_FILE *file, char *line);
 // cut_cmd without trace or report: false when the command grew too long.
 bool X_cut_quiet(X_FILE *file, char *line);

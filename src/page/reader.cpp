@@ -13,7 +13,27 @@
 #include "subst/subst.h"
 
 // Reads the next line of FILE (through its newline, at most size-1 bytes).
+// The page line read last, for reports: its image and where it starts.
+static X_FILE *where_file;
+static long where_start;
+
+int X_where(const char **path) {
+    *path = where_file ? where_file->path : nullptr;
+    if (!where_file) return 0;
+    const char *text = where_file->text;
+    // At the end of the page: its last line.
+    long end = where_start < where_file->size ? where_start : where_file->size - 1;
+    if (end < 0) end = 0;
+    int line = 1;
+    for (const char *p = text; (p = static_cast<const char *>(memchr(p, '\n', text + end - p)));
+         ++p)
+        ++line;
+    return line;
+}
+
 int X_fgets(char *buff, int size, X_FILE *file) {
+    where_file = file;
+    where_start = file->offset;
     if (size <= 1 || file->offset >= file->size) {
         if (size > 0) buff[0] = 0;
         return 0;
@@ -146,6 +166,7 @@ int X_printfile(const char *path, int compile) {
             }
             continue;
         }
+        if (!strncmp(line, "<@end>", 6)) X_warn("<@end> without a block to end");
         if (IgnoreEmpty && line[0] == '\n') continue;
         if (compile) X_transline(line, nullptr, compile);
         else transvalue(line, nullptr);
