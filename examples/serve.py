@@ -32,10 +32,10 @@ def main():
         sys.exit("%s is not an executable: build it first (make build)" % tolm)
     with open(os.path.join(HERE, "x.config.in")) as f:
         config = f.read()
-    kind = fcgi_server.FcgiSite if fastcgi else server.Site
-    site = kind(tolm, root=os.path.join(HERE, "site"), config=config)
     with open(os.path.join(HERE, "x.site")) as f:
-        site.x_site = f.read()  # the demo runs as a new site should: safe
+        settings = f.read()
+    kind = fcgi_server.FcgiSite if fastcgi else server.Site
+    site = kind(tolm, root=os.path.join(HERE, "site"), config=config, settings=settings)
     if len(sys.argv) > 2:
         site.port_wanted = int(sys.argv[2])
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(0))

@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "diag/diag.h"
+#include "page/dispatch.h"
 #include "subst/args.h"
 #include "subst/subst.h"
 #include "syscmd/process.h"
@@ -114,12 +115,12 @@ int apply(const char *opt, const char *val, const char *func, int *compile) {
     }
     if (!strcmp(opt, "sql_trap")) return sql_trap(val, func);
     if (!strcmp(opt, "signal")) {
-        set_signal(val, func);
+        if (!X_sandbox) set_signal(val, func);
         return 0;
     }
     if (!strcmp(opt, "alarm")) {
         long n = strtol(val, nullptr, 10);
-        alarm(n > 0 ? (unsigned)n : 0);
+        if (!X_sandbox) alarm(n > 0 ? (unsigned)n : 0);
         return 0;
     }
     if (!strcmp(opt, "latin_html")) return on_off(val, &HTML);

@@ -17,7 +17,6 @@
 #include "page/output.h"
 
 static int locked;     // 1 while a trap call or the final output runs
-static int page_text;  // X_ERRMSG is the page's own text (<@error>)
 
 // Where a path may start in a message: after a blank or an opening mark.
 static bool path_start(const char *msg, const char *p) {
@@ -47,16 +46,11 @@ static std::string hide_paths(const char *msg) {
     return out;
 }
 
-// The message as the visitor is shown it: program messages have their
-// markup characters escaped, a page's own text is shown as written. The
-// safe profile also hides the server's paths and escapes every message.
+// The message as the visitor is shown it: as it stands, or in the safe
+// profile escaped for HTML and without the server's paths.
 static void shown_message(char *out, int size, int kind) {
-    if (X_safe()) {
-        X_escape(kind, hide_paths(X_ERRMSG).c_str(), out, size);
-        return;
-    }
-    if (page_text) snprintf(out, size, "%s", X_ERRMSG);
-    else X_escape(X_ESC_PRE, X_ERRMSG, out, size);
+    if (X_safe()) X_escape(kind, hide_paths(X_ERRMSG).c_str(), out, size);
+    else snprintf(out, size, "%s", X_ERRMSG);
 }
 
 // After X_ERRMSG is filled: the trap, or the message and the end of the run.
@@ -76,7 +70,7 @@ static int deliver() {
     locked = 1;
     bool cgi = getenv("REQUEST_METHOD");
     // The safe profile tells the server, while it still can, that the run failed.
-    if (cgi && X_safe() && X_head_state() == X_HEAD_HELD)
+    if (cgi && X_safe() && X_head_state() == X_HEAD_HELD && !X_head_has_status())
         X_head_set("Status", "500 Internal Server Error");
     X_header();
     if (!X_ERROR) {
@@ -152,10 +146,7 @@ int X_error(char *line, int compile, int ignore) {
     char text[X_MAXLINE];
     X_expand_args(line + 8, text, compile);
     X_DEBUG("%s // %s \n", line, text);
-    page_text = 1;
-    int r = ERRMSG_text(text);
-    page_text = 0;
-    return r;
+    return ERRMSG_text(text);
 }
 
 // The database error exit: reports the back end's text and calls the

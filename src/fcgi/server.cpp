@@ -38,6 +38,8 @@ struct Pool {
     int timeout;                // seconds a request may take
     int requests;               // connections a worker serves, 0 for no limit
     pid_t pid[kMaxWorkers];     // worker of each slot, 0 when empty
+    long born[kMaxWorkers];     // when each slot's worker was started
+    long failed[kMaxWorkers];   // when its last worker ended failing, 0 if not
     long *busy;                 // shared with the workers: accept time of each slot, 0 idle
     char path[108];             // Unix socket made here, removed at the end
 };
@@ -46,8 +48,11 @@ volatile sig_atomic_t stop_asked;  // SIGTERM reached an idle worker
 
 void on_term(int) { stop_asked = 1; }
 
-void fail(const char *what, const char *detail) {
-    fprintf(stderr, "Tolm: FastCGI: %s %s: %s\n", what, detail, strerror(errno));
+// Start-up failures: a message on standard error and exit status 1. ERR is
+// the system's error number, 0 for an address that does not parse.
+[[noreturn]] void fail(const char *what, const char *detail, int err) {
+    if (err) fprintf(stderr, "Tolm: FastCGI: %s %s: %s\n", what, detail, strerror(err));
+    else fprintf(stderr, "Tolm: FastCGI: %s %s\n", what, detail);
     exit(1);
 }
 
@@ -75,22 +80,24 @@ int listen_on(const char *addr) {
     int family;
     if (strchr(addr, '/')) {
         auto *un = reinterpret_cast<sockaddr_un *>(&ss);
-        if (strlen(addr) >= sizeof un->sun_path) fail("socket path too long:", addr);
+        if (strlen(addr) >= sizeof un->sun_path) fail("socket path too long:", addr, 0);
         un->sun_family = family = AF_UNIX;
         strcpy(un->sun_path, addr);
         len = sizeof *un;
         unlink(addr);  // a socket left by an earlier run
     } else {
         const char *colon = strrchr(addr, ':');
-        if (!colon) fail("no port in", addr);
+        if (!colon) fail("no port in", addr, 0);
         char host[64];
         const char *h = addr;
         size_t hl = colon - addr;
         if (hl >= 2 && h[0] == '[' && h[hl - 1] == ']') h++, hl -= 2;
-        if (hl >= sizeof host) fail("bad address", addr);
+        if (hl >= sizeof host) fail("bad address", addr, 0);
         memcpy(host, h, hl);
         host[hl] = 0;
-        int port = atoi(colon + 1);
+        char *end;
+        long port = strtol(colon + 1, &end, 10);
+        if (*end || end == colon + 1 || port < 1 || port > 65535) fail("bad port in", addr, 0);
         auto *in4 = reinterpret_cast<sockaddr_in *>(&ss);
         auto *in6 = reinterpret_cast<sockaddr_in6 *>(&ss);
         if (inet_pton(AF_INET, host, &in4->sin_addr) == 1) {
@@ -102,16 +109,15 @@ int listen_on(const char *addr) {
             in6->sin6_port = htons(static_cast<uint16_t>(port));
             len = sizeof *in6;
         } else {
-            errno = EINVAL;
-            fail("bad address", addr);
+            fail("bad address", addr, 0);
         }
     }
     int fd = socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0);
     int one = 1;
-    if (fd < 0) fail("cannot open a socket for", addr);
+    if (fd < 0) fail("cannot open a socket for", addr, errno);
     if (family != AF_UNIX) setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-    if (bind(fd, reinterpret_cast<sockaddr *>(&ss), len) != 0) fail("cannot bind", addr);
-    if (listen(fd, 1024) != 0) fail("cannot listen on", addr);
+    if (bind(fd, reinterpret_cast<sockaddr *>(&ss), len) != 0) fail("cannot bind", addr, errno);
+    if (listen(fd, 1024) != 0) fail("cannot listen on", addr, errno);
     return fd;
 }
 
@@ -171,6 +177,7 @@ void worker(Pool *pl, int slot) {
 // Starts the worker of SLOT. Returns 1 in a page process, else 0.
 int spawn(Pool *pl, int slot) {
     pl->busy[slot] = 0;
+    pl->born[slot] = now_s();
     pid_t pid = fork();
     if (pid == 0) {
         worker(pl, slot);
@@ -180,17 +187,25 @@ int spawn(Pool *pl, int slot) {
     return 0;
 }
 
-// Reaps ended workers and, unless stopping, replaces them. Returns 1 in a
-// page process, else the number of workers still running.
+// Reaps ended workers and, unless stopping, replaces them; a worker that
+// failed at once (it could not fork or accept) is replaced a second later
+// rather than in a tight loop. Returns -1 in a page process, else the number
+// of workers still running.
 int reap(Pool *pl, int stopping) {
     int st;
     pid_t pid;
+    long now = now_s();
     while ((pid = waitpid(-1, &st, WNOHANG)) > 0)
         for (int i = 0; i < pl->size; i++)
-            if (pl->pid[i] == pid) pl->pid[i] = 0;
+            if (pl->pid[i] == pid) {
+                pl->pid[i] = 0;
+                int quick = now - pl->born[i] < 1;
+                pl->failed[i] = quick && WIFEXITED(st) && WEXITSTATUS(st) == 1 ? now : 0;
+            }
     int running = 0;
     for (int i = 0; i < pl->size; i++) {
-        if (!pl->pid[i] && !stopping && spawn(pl, i)) return -1;
+        int wait = pl->failed[i] && now - pl->failed[i] < 1;
+        if (!pl->pid[i] && !stopping && !wait && spawn(pl, i)) return -1;
         running += pl->pid[i] != 0;
     }
     return running;
@@ -258,7 +273,7 @@ int X_fastcgi() {
     pool.requests = setting("TOLM_FASTCGI_REQUESTS", 0, 1 << 30);
     void *shared = mmap(nullptr, sizeof(long) * kMaxWorkers, PROT_READ | PROT_WRITE,
                         MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    if (shared == MAP_FAILED) fail("cannot map", "the pool table");
+    if (shared == MAP_FAILED) fail("cannot map", "the pool table", errno);
     pool.busy = static_cast<long *>(shared);
     run_pool(&pool);
     return 1;

@@ -4,6 +4,7 @@
 // that holds the uploaded bytes.
 #include <fcntl.h>
 #include <unistd.h>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include "diag/diag.h"
@@ -133,8 +134,12 @@ static char *file_value(Body *b, const char *tmp, int i, bool *broken) {
     }
     // The base holds no slash and the "..PID.index" tail follows it, so the
     // path always names a plain file in tmp; one that does not fit is not made.
+    // A base too long for one file name is cut so that the upload is kept.
+    char tail[48];
+    int taillen = snprintf(tail, sizeof tail, "..%d.%d", getpid(), i);
+    int room = NAME_MAX - taillen;
     char path[4096];
-    int len = snprintf(path, sizeof path, "%s/%s..%d.%d", tmp, base, getpid(), i);
+    int len = snprintf(path, sizeof path, "%s/%.*s%s", tmp, room, base, tail);
     bool keep = len < static_cast<int>(sizeof path);
     char *val = keep ? strdup(path) : nullptr;
     FILE *out = keep ? create(path) : nullptr;

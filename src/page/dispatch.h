@@ -13,6 +13,11 @@ constexpr int X_NCMD = 53;  // 52 keywords and the empty end row
 extern const X_CMDROW x_CMD[X_NCMD];
 extern const char *const NEXT_name[4];
 
+// Non-zero: the commands that leave the process (shell, fork, popen, sleep,
+// usleep, chdir, unlink, shmat, shmdt, and the signal and alarm options) do
+// nothing. Set by harnesses that run pages inside one long-lived process.
+extern int X_sandbox;
+
 int X_command(X_FILE *fp, char *buff, int *compile, int ignore);
 int X_notfound(X_FILE *fp, int compile, int ignore);
 int X_search_command(const char *keyword);

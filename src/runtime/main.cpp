@@ -5,6 +5,7 @@
 #include "fcgi/fcgi.h"
 #include "form/form.h"
 #include "runtime/config.h"
+#include "runtime/limits.h"
 #include "runtime/runtime.h"
 #include "runtime/site.h"
 #include "syscmd/process.h"
@@ -29,14 +30,19 @@ void run(int argc, char **argv) {
     int shell = 0;
     switch (GetMethod()) {
     case 1:
-        if ((CheckEnctypeMethod() ? E_POST_parser(ent) : POST_parser(ent)) != 0)
+        // A body over the site's limit is refused unread (after X_values,
+        // so that the site's error page shows it).
+        if (X_limit_body() == 0 &&
+            (CheckEnctypeMethod() ? E_POST_parser(ent) : POST_parser(ent)) != 0)
             ERRMSG_text(POST_errmsg);
+        X_limit_form(ent);
         if (X_safe()) GET_path(ent, "X_PAGE");  // the page of the URL, as for GET
         content_type();
         break;
     case 2:
         if (GET_parser(ent, "X_PAGE") != 0) ERRMSG_text(POST_errmsg);
         GET_path(ent, "X_PAGE");
+        X_limit_form(ent);
         content_type();
         break;
     default:
@@ -49,10 +55,12 @@ void run(int argc, char **argv) {
     }
     X_TRACE("==>  X_values(); \n");
     X_values(argv[0], shell);
+    X_limit_refusal();
     X_seed();
     X_set_cookies();
     if (!shell) X_header();
     X_TRACE("==>  X_action(); \n");
+    X_limit_run(shell);
     X_action();
     X_TRACE("==>  EXIT; \n");
     X_exit(0);

@@ -14,6 +14,14 @@ namespace {
 // Every setting: name, kind, field, default, range, words.
 constexpr X_SITEOPT options[] = {
     {"profile", X_SITEKIND::WORD, &X_SITE::profile, X_COMPAT, 0, 0, "compat|safe"},
+    {"max_body", X_SITEKIND::SIZE, &X_SITE::max_body, 0, 0, LONG_MAX, nullptr},
+    {"max_pairs", X_SITEKIND::NUMBER, &X_SITE::max_pairs, 0, 0, X_MAXENT - 1, nullptr},
+    {"max_uploads", X_SITEKIND::NUMBER, &X_SITE::max_uploads, 0, 0, X_MAXENT - 1, nullptr},
+    {"max_upload", X_SITEKIND::SIZE, &X_SITE::max_upload, 0, 0, LONG_MAX, nullptr},
+    {"cpu_seconds", X_SITEKIND::NUMBER, &X_SITE::cpu_seconds, 0, 0, 86400, nullptr},
+    {"memory", X_SITEKIND::SIZE, &X_SITE::memory, 0, 0, LONG_MAX, nullptr},
+    {"file_size", X_SITEKIND::SIZE, &X_SITE::file_size, 0, 0, LONG_MAX, nullptr},
+    {"time_limit", X_SITEKIND::NUMBER, &X_SITE::time_limit, 0, 0, 86400, nullptr},
 };
 
 constexpr X_SITE defaults() {

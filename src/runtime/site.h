@@ -22,6 +22,15 @@ constexpr long X_SAFE = 1;    // request cannot set X_ names, UTF-8 output, ...
 // The settings of the site that serves this run.
 struct X_SITE {
     long profile;  // X_COMPAT or X_SAFE
+    // Limits of one request (0: none); see runtime/limits.h.
+    long max_body;     // largest CONTENT_LENGTH accepted, bytes
+    long max_pairs;    // most name/value pairs decoded
+    long max_uploads;  // most upload files
+    long max_upload;   // largest single upload, bytes
+    long cpu_seconds;  // processor time of the run
+    long memory;       // address space of the process, bytes
+    long file_size;    // largest file the run may write, bytes
+    long time_limit;   // wall-clock seconds of the run
 };
 
 // How the value of a setting is written.

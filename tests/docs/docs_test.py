@@ -105,7 +105,8 @@ def run(tolm, files, stdin, body, words):
         except subprocess.TimeoutExpired:
             return None, "", "the run did not end within 20 seconds"
         out = r.stdout.decode("utf-8", "replace").replace("\r", "").replace(tmp, SITE)
-        return r.returncode, out, r.stderr.decode("utf-8", "replace").replace(tmp, SITE)
+        err = r.stderr.decode("utf-8", "replace").replace(tmp, SITE)
+        return r.returncode, out, err
 
 
 def main():

@@ -11,10 +11,10 @@ EXAMPLES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", 
 def main(tolm):
     with open(os.path.join(EXAMPLES, "x.config.in")) as f:
         config = f.read()
-    site = server.Site(tolm, root=os.path.join(EXAMPLES, "site"), config=config)
     with open(os.path.join(EXAMPLES, "x.site")) as f:
-        site.x_site = f.read()
-    with site:
+        settings = f.read()
+    with server.Site(tolm, root=os.path.join(EXAMPLES, "site"), config=config,
+                     settings=settings) as site:
 
         def home_page_links_the_others():
             r = site.get(CGI)
@@ -57,9 +57,19 @@ def main(tolm):
             r = site.get(CGI + "/guestbook.html?X_BASE=sqlite:" + evil)  # the page's base wins
             expect("<b>Ann</b>: hi" in r.text and not os.path.exists(evil), r.text)
 
+
+        # The example's x.site bounds uploads at 2 MiB.
+        def upload_over_the_site_limit_is_refused():
+            body = multipart(b"xyz", [(b"X_PAGE", b"upload.html"),
+                                      (b"file", b"big.bin", b"x" * ((2 << 20) + 1))])
+            r = site.post(CGI, body, "multipart/form-data; boundary=xyz")
+            expect(r.status == 413 and "Upload too large: a file of 2097153 bytes" in r.text,
+                   r.text)
+
         return server.run_checks([home_page_links_the_others, form_and_upload,
                                   failing_page_shows_the_error_page,
-                                  guestbook_keeps_entries_as_data])
+                                  guestbook_keeps_entries_as_data,
+                                  upload_over_the_site_limit_is_refused])
 
 
 if __name__ == "__main__":

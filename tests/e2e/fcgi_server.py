@@ -94,10 +94,10 @@ def answers(port):
 
 class FcgiSite(server.Site):
     def __init__(self, tolm, pages=None, root=None, config=None, via="stdin",
-                 workers=None, timeout=None, nginx_workers=1):
-        super().__init__(tolm, pages, root, config)
+                 workers=None, timeout=None, nginx_workers=1, settings=None):
+        super().__init__(tolm, pages, root, config, settings)
         self.via = via
-        self.settings = {"TOLM_FASTCGI_WORKERS": workers, "TOLM_FASTCGI_TIMEOUT": timeout}
+        self.fcgi_env = {"TOLM_FASTCGI_WORKERS": workers, "TOLM_FASTCGI_TIMEOUT": timeout}
         self.nginx_workers = nginx_workers
         self.tolm_proc = None
 
@@ -111,8 +111,8 @@ class FcgiSite(server.Site):
             self.write(self.path("site", name), text)
         self.write(self.path("home", "x.config"), self.config.replace(
             "{PORT}", str(self.port)).replace("{ROOT}", self.site_root))
-        if self.x_site is not None:
-            self.write(self.path("home", "x.site"), self.x_site)
+        if self.settings is not None:
+            self.write(self.path("home", "x.site"), self.settings)
         try:
             upstream = self.start_tolm()
             self.write(self.path("nginx.conf"), NGINX_CONF % {
@@ -133,7 +133,7 @@ class FcgiSite(server.Site):
     def start_tolm(self):
         """Starts the FastCGI server; returns nginx's fastcgi_pass address."""
         env = {"PATH": os.environ.get("PATH", "/usr/bin:/bin")}
-        env.update({k: str(v) for k, v in self.settings.items() if v is not None})
+        env.update({k: str(v) for k, v in self.fcgi_env.items() if v is not None})
         log = open(self.path("tmp", "tolm.log"), "ab")
         if self.via == "env":
             sock = self.path("tolm.sock")

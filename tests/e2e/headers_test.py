@@ -52,7 +52,7 @@ def main(tolm):
             r = site.get(CGI + "/late.html")
             expect_eq(r.status, 200)
             expect("body first\n" in r.text and
-                   "&lt;@status&gt;: the body of the response has already started" in r.text, r.text)
+                   "<@status>: the body of the response has already started" in r.text, r.text)
 
         def pages_without_commands_unchanged():
             r = site.get(CGI)

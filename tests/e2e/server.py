@@ -62,16 +62,17 @@ class Response:
 
 
 class Site:
-    def __init__(self, tolm, pages=None, root=None, config=None):
+    def __init__(self, tolm, pages=None, root=None, config=None, settings=None):
         """pages: {name: text} written into the scratch site; root: serve this
         directory instead; config: the text of x.config with {PORT} and
-        {ROOT} filled in (default: one line for this server)."""
+        {ROOT} filled in (default: one line for this server); settings: the
+        text of x.site (default: none)."""
         self.tolm = os.path.abspath(tolm)
         self.pages = pages or {}
         self.root = os.path.abspath(root) if root else None
         self.config = config or "127.0.0.1:{PORT} {ROOT}\n"
+        self.settings = settings
         self.port_wanted = None  # a fixed port instead of a free one
-        self.x_site = None       # the text of x.site, if any
         self.proc = self.dir = self.port = None
 
     def path(self, *parts):
@@ -101,8 +102,8 @@ class Site:
             self.write(self.path("site", name), text)
         self.write(self.path("home", "x.config"), self.config.replace(
             "{PORT}", str(self.port)).replace("{ROOT}", self.site_root))
-        if self.x_site is not None:
-            self.write(self.path("home", "x.site"), self.x_site)
+        if self.settings is not None:
+            self.write(self.path("home", "x.site"), self.settings)
         self.write(self.path("lighttpd.conf"), LIGHTTPD_CONF % {"port": self.port,
                                                                 "dir": self.dir})
         self.proc = subprocess.Popen([server, "-D", "-f", self.path("lighttpd.conf")],

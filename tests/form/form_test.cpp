@@ -4,6 +4,7 @@
 
 #include <sys/stat.h>
 #include <unistd.h>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -255,6 +256,7 @@ TEST_F(Form, MultipartCutBodies) {
 }
 
 // Names, file names and the boundary line longer than their buffers are cut;
+// a file name also to what one directory entry holds;
 // parts beyond 9999 are dropped.
 TEST_F(Form, MultipartLimits) {
     std::string b(400, '-');
@@ -264,6 +266,12 @@ TEST_F(Form, MultipartLimits) {
               0);
     ASSERT_NE(list[0].name, nullptr);
     EXPECT_LT(strlen(list[0].name), 256u);
+    // A file name too long for the directory is cut so that the upload is kept.
+    ASSERT_EQ(multipart(file("f", std::string(300, 'f'), "data") + B + "--\r\n"), 0);
+    std::string up = std::filesystem::path(list[0].val).filename();
+    EXPECT_EQ(up.size(), size_t(NAME_MAX));
+    EXPECT_TRUE(up.ends_with("f.." + std::to_string(getpid()) + ".0")) << up;
+    EXPECT_EQ(slurp(list[0].val), "data");
     std::string body;
     for (int i = 0; i < 10005; ++i) body += field("p" + std::to_string(i), "v");
     ASSERT_EQ(multipart(body + B + "--\r\n"), 0);

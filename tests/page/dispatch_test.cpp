@@ -1,9 +1,15 @@
-// The keyword table against the dispatcher.
+// The keyword table against the dispatcher, and the sandbox switch.
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <ctime>
+#include <string>
 
 #include "page/dispatch.h"
 #include "runtime/runtime.h"
 #include "storage/heap.h"
+#include "storage/store.h"
 
 TEST(Dispatch, EveryKeywordIsFoundWithItsCode) {
     x_BUFFERS.hp = X_heap_new();
@@ -16,4 +22,44 @@ TEST(Dispatch, EveryKeywordIsFoundWithItsCode) {
     EXPECT_EQ(rows, 52);
     EXPECT_EQ(X_search_command("SET"), -1);  // exact and case-sensitive
     EXPECT_EQ(X_search_command("set "), -1);
+}
+
+// In a sandbox the commands that reach outside the process are consumed and
+// do nothing; everything else still runs.
+TEST(Dispatch, SandboxSkipsCommandsThatLeaveTheProcess) {
+    x_BUFFERS.hp = X_heap_new();
+    x_BUFFERS.ctree = {nullptr, X_avlcmp};
+    x_BUFFERS.vtree = {nullptr, X_avlcmp};
+    char dir[] = "/tmp/tolm-sandbox.XXXXXX";
+    ASSERT_TRUE(mkdtemp(dir));
+    std::string kept = std::string(dir) + "/kept", made = std::string(dir) + "/made";
+    fclose(fopen(kept.c_str(), "w"));
+    char here[4096];
+    ASSERT_TRUE(getcwd(here, sizeof here));
+    char empty[] = "";
+    X_FILE page{};
+    page.text = empty;
+    auto run = [&](std::string line) {
+        int compile = 1;
+        return X_command(&page, line.data(), &compile, 0);
+    };
+    X_sandbox = 1;
+    time_t start = time(nullptr);
+    for (std::string line : {"<@shell> touch " + made, "<@unlink> " + kept,
+                             std::string("<@chdir> /"), std::string("<@sleep> 3"),
+                             std::string("<@option> alarm 1")})
+        EXPECT_EQ(run(line), 0) << line;
+    EXPECT_LT(time(nullptr) - start, 2);
+    EXPECT_EQ(access(made.c_str(), F_OK), -1);
+    EXPECT_EQ(access(kept.c_str(), F_OK), 0);
+    char now[4096];
+    ASSERT_TRUE(getcwd(now, sizeof now));
+    EXPECT_STREQ(now, here);
+    EXPECT_EQ(alarm(0), 0u);
+    EXPECT_EQ(run("<@set> v 1"), 0);
+    EXPECT_STREQ(X_get_value("v"), "1");
+    X_sandbox = 0;
+    EXPECT_EQ(run("<@unlink> " + kept), 0);
+    EXPECT_EQ(access(kept.c_str(), F_OK), -1);
+    rmdir(dir);
 }

@@ -68,4 +68,38 @@ TEST(Site, MissingFileKeepsDefaults) {
     EXPECT_EQ(x_SITE.profile, X_COMPAT);
 }
 
+// The limits: sizes with k, m or g; numbers within their ranges; all off
+// by default.
+TEST(Site, Limits) {
+    std::string path = testing::TempDir() + "x.site";
+    FILE *f = fopen(path.c_str(), "w");
+    ASSERT_TRUE(f);
+    fputs("max_body 8m\nmax_upload 1k\nmemory 1G\nfile_size 1000\nmax_pairs 9999\n"
+          "max_uploads 10000\ncpu_seconds -1\ntime_limit 30\nmax_body 8x\n", f);
+    fclose(f);
+    X_SITE site = X_site_defaults();
+    for (long X_SITE::*field : {&X_SITE::max_body, &X_SITE::max_pairs, &X_SITE::max_uploads,
+                                &X_SITE::max_upload, &X_SITE::cpu_seconds, &X_SITE::memory,
+                                &X_SITE::file_size, &X_SITE::time_limit})
+        EXPECT_EQ(site.*field, 0);
+    char *buf = nullptr;
+    size_t len = 0;
+    FILE *err = open_memstream(&buf, &len);
+    EXPECT_EQ(X_site_load(path.c_str(), "a:80", &site, err), 0);
+    fclose(err);
+    EXPECT_EQ(site.max_body, 8L << 20);
+    EXPECT_EQ(site.max_upload, 1024);
+    EXPECT_EQ(site.memory, 1L << 30);
+    EXPECT_EQ(site.file_size, 1000);
+    EXPECT_EQ(site.max_pairs, 9999);
+    EXPECT_EQ(site.max_uploads, 0);
+    EXPECT_EQ(site.cpu_seconds, 0);
+    EXPECT_EQ(site.time_limit, 30);
+    EXPECT_EQ(std::string(buf, len), path + ":6: bad value for max_uploads: \"10000\"\n" + path +
+                                         ":7: bad value for cpu_seconds: \"-1\"\n" + path +
+                                         ":9: bad value for max_body: \"8x\"\n");
+    free(buf);
+    remove(path.c_str());
+}
+
 }  // namespace
