@@ -199,14 +199,6 @@ int run(const Handler &h, X_FILE *fp, char *buff, int *compile, int ignore) {
 
 }  // namespace
 
-// Warns of a line shaped as a command whose keyword is none of ours.
-static void unknown(const char *buff) {
-    const char *k = buff + 2;
-    int n = 0;
-    while (n < 16 && k[n] && k[n] != '>') n++;
-    if (n < 16 && k[n] == '>') X_warn("unknown command <@%.*s>", n, k);
-}
-
 int X_search_command(const char *keyword) {
     return search(keyword);
 }
