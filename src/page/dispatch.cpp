@@ -215,6 +215,14 @@ int X_command_code(const char *buff) {
     return code < 1 || code > kMaxCode ? 0 : code;
 }
 
+// Tells the server log about a well-formed command line whose keyword is
+// not known (and that is no assignment either).
+static void unknown(const char *buff) {
+    const char *k = buff + 2;
+    size_t n = strcspn(k, ">");
+    if (n < 16 && k[n] == '>') X_warn("unknown command <@%.*s>", static_cast<int>(n), k);
+}
+
 // Dispatches one command line: 0 when it was consumed as a command, -1 when
 // the caller is to treat it as text.
 int X_command(X_FILE *fp, char *buff, int *compile, int ignore) {
