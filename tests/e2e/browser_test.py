@@ -44,7 +44,7 @@ def main(tolm):
             expect("Grüße" in text and "добро пожаловать" in text, text)
             links = b.js("return [...document.querySelectorAll('nav a')]"
                          ".map(a => a.textContent)")
-            expect_eq(links, ["Home", "Form", "Upload", "Guestbook", "Preferences"])
+            expect_eq(links, ["Home", "Form", "Upload", "Guestbook", "Preferences", "Login"])
             page_is_clean("Welcome", "home")
 
         def form_shows_hostile_values_as_text():
