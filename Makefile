@@ -28,8 +28,10 @@ BUILD_PKGS := g++:g++ cmake:cmake ninja:ninja-build \
               /usr/lib/llvm-14/lib/clang/14.0.6/lib/linux/libclang_rt.fuzzer-x86_64.a:libclang-rt-14-dev
 RUN_PKGS := python3:python3 /usr/sbin/lighttpd:lighttpd /usr/lib/postgresql:postgresql \
             /usr/sbin/nginx:nginx
-# The web servers whose set-up files in docs/servers are tested.
-TEST_PKGS := /usr/sbin/apache2:apache2 /usr/sbin/nginx:nginx /usr/sbin/fcgiwrap:fcgiwrap
+# The web servers whose set-up files in docs/servers are tested, and the
+# browser of the example site's tests.
+TEST_PKGS := /usr/sbin/apache2:apache2 /usr/sbin/nginx:nginx /usr/sbin/fcgiwrap:fcgiwrap \
+             chromium:chromium chromedriver:chromium-driver
 BENCH_PKGS := wrk:wrk hyperfine:hyperfine
 MODE ?= cgi
 

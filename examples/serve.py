@@ -6,8 +6,10 @@
 With --fastcgi, nginx serves it and Tolm runs as a FastCGI server.
 
 Prints the address and runs until Ctrl-C. The pages are served from
-examples/site as they stand, so edits show on the next request; uploads
-and logs go to a scratch TMP_DIR that is removed at the end.
+examples/site as they stand, so edits show on the next request. X_HOME gets
+x.config, x.site (the safe profile) and x.env (DATA_DIR, where the database
+and the kept uploads live); uploads, data and logs are in a scratch directory
+that is removed at the end.
 """
 import os
 import signal
@@ -21,6 +23,19 @@ import server  # noqa: E402  (the helpers of the end-to-end tests)
 import fcgi_server  # noqa: E402
 
 
+def read(name):
+    with open(os.path.join(HERE, name)) as f:
+        return f.read()
+
+
+def demo_site(tolm, fastcgi=False):
+    """The example site, set up as `make demo` serves it (not yet started)."""
+    kind = fcgi_server.FcgiSite if fastcgi else server.Site
+    return kind(tolm, root=os.path.join(HERE, "site"), config=read("x.config.in"),
+                files={"home/x.site": read("x.site"), "home/x.env": read("x.env.in"),
+                       "data/README": "The demo's database and kept uploads.\n"})
+
+
 def main():
     fastcgi = "--fastcgi" in sys.argv
     if fastcgi:
@@ -30,12 +45,7 @@ def main():
     tolm = sys.argv[1]
     if not os.access(tolm, os.X_OK):
         sys.exit("%s is not an executable: build it first (make build)" % tolm)
-    with open(os.path.join(HERE, "x.config.in")) as f:
-        config = f.read()
-    with open(os.path.join(HERE, "x.site")) as f:
-        settings = f.read()
-    kind = fcgi_server.FcgiSite if fastcgi else server.Site
-    site = kind(tolm, root=os.path.join(HERE, "site"), config=config, settings=settings)
+    site = demo_site(tolm, fastcgi)
     if len(sys.argv) > 2:
         site.port_wanted = int(sys.argv[2])
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(0))

@@ -24,6 +24,7 @@ struct X_IFPLAN {
     const char *op;         // the comparison operator
     X_REF ref[2];           // operands a and b: a variable when its name is set
     const char *word[2];    // a literal operand otherwise
+    int number[2];          // a literal operand read as icmp reads it
     int jump;               // 1 continue, 2 break
 };
 

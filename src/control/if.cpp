@@ -204,25 +204,26 @@ int X_if_prepare(const char *line, X_IFPLAN *plan) {
     for (const char *op : plain_ops)
         if (words[2] == op) plan->op = op;
     if (!plan->op) return -1;
-    return operand(words[1], &plan->ref[0], &plan->word[0]) && operand(words[3], &plan->ref[1], &plan->word[1])
-               ? 0
-               : -1;
+    for (int i = 0; i < 2; i++) {
+        if (!operand(words[2 * i + 1], &plan->ref[i], &plan->word[i])) return -1;
+        plan->number[i] = plan->word[i] ? static_cast<int>(X_number(plan->word[i])) : 0;
+    }
+    return 0;
 }
 
 int X_if_run(X_IFPLAN *plan) {
     const char *v[2];
+    int n[2];
     for (int i = 0; i < 2; i++) {
-        if (!plan->ref[i].name) {
-            v[i] = plan->word[i];
-            continue;
-        }
+        v[i] = plan->word[i];
+        n[i] = plan->number[i];
+        if (!plan->ref[i].name) continue;
         X_USER *u = X_ref_user(&plan->ref[i]);
         v[i] = u ? u->var.value : nullptr;
         if (!one_word(v[i])) return -1;
+        if (plan->icmp) n[i] = static_cast<int>(X_number(v[i]));
     }
-    bool holds = plan->icmp ? X_user_icmp(static_cast<int>(X_number(v[0])),
-                                          static_cast<int>(X_number(v[1])), plan->op) == 0
-                            : X_user_cmp(v[0], v[1], plan->op) == 0;
+    bool holds = plan->icmp ? X_user_icmp(n[0], n[1], plan->op) == 0 : X_user_cmp(v[0], v[1], plan->op) == 0;
     if (holds != plan->neg) {
         Continue = 1;
         if (plan->jump == 2) Break = 1;

@@ -14,6 +14,7 @@
 
 #include "diag/diag.h"
 #include "page/dispatch.h"
+#include "page/output.h"
 #include "subst/args.h"
 #include "subst/subst.h"
 #include "syscmd/process.h"
@@ -120,7 +121,9 @@ int apply(const char *opt, const char *val, const char *func, int *compile) {
     }
     if (!strcmp(opt, "alarm")) {
         long n = strtol(val, nullptr, 10);
-        if (!X_sandbox) alarm(n > 0 ? (unsigned)n : 0);
+        if (X_sandbox) return 0;
+        if (n > 0) X_out_immediate();  // the alarm may end the run: nothing waits
+        alarm(n > 0 ? (unsigned)n : 0);
         return 0;
     }
     if (!strcmp(opt, "latin_html")) return on_off(val, &HTML);

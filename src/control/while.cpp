@@ -11,6 +11,7 @@
 #include "control/prefix.h"
 #include "diag/diag.h"
 #include "page/dispatch.h"
+#include "page/output.h"
 #include "storage/heap.h"
 #include "storage/store.h"
 #include "subst/args.h"
@@ -121,6 +122,7 @@ int X_while_loop(X_FILE *fp, int compile) {
     for (;;) {
         fp->offset = start;
         X_notfound(fp, compile, 0);
+        X_out_tick();
         if (Break || ContinueBreak) break;
         Continue = 0;
     }
@@ -157,6 +159,7 @@ int X_while_words(X_FILE *fp, const char *name, const char *sep, int compile) {
         p += n;
         runs++;
         X_notfound(fp, compile, 0);
+        X_out_tick();
         if (reassigned(name, orig, word.get())) assigned = true;
         if (Break || ContinueBreak) break;
         Continue = 0;
@@ -209,6 +212,7 @@ int X_while_values(X_FILE *fp, const char *name, int compile) {
         u->var.value = cells[i].value;
         fp->offset = start;
         X_notfound(fp, compile, 0);
+        X_out_tick();
         if (reassigned(name, orig, cells[i].value)) assigned = true;
         if (Break || ContinueBreak) break;
         Continue = 0;

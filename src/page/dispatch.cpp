@@ -9,6 +9,7 @@
 #include "page/page.h"
 #include "page/prepared.h"
 #include "runtime/runtime.h"
+#include "session/session.h"
 #include "storage/heap.h"
 #include "storage/tree.h"
 #include "subst/varcmd.h"
@@ -31,7 +32,7 @@ const X_CMDROW x_CMD[X_NCMD] = {
     {"popen", 32},    {"fclose", 33},    {"pclose", 34},  {"fgets", 35},    {"fputs", 36},
     {"vfputs", 41},   {"fseek", 37},     {"shmat", 38},   {"shmdt", 39},    {"end", 40},
     {"continue", 40}, {"break", 40},     {"setheader", 46}, {"status", 47}, {"redirect", 48},
-    {"setcookie", 49}, {"clearcookie", 50}, {nullptr, 0},
+    {"setcookie", 49}, {"clearcookie", 50}, {"session", 51}, {nullptr, 0},
 };
 
 const char *const NEXT_name[4] = {"none", "EOL", "AND", "OR"};
@@ -40,7 +41,7 @@ int X_sandbox = 0;
 
 namespace {
 
-constexpr int kMaxCode = 50;
+constexpr int kMaxCode = 51;
 
 // How dispatch treats a handler.
 enum Kind {
@@ -120,6 +121,7 @@ constexpr Handler handlers[kMaxCode + 1] = {
     /* 48 */ {PLAIN, "X_redirect", X_redirect, nullptr, nullptr},
     /* 49 */ {PLAIN, "X_setcookie", X_setcookie, nullptr, nullptr},
     /* 50 */ {PLAIN, "X_clearcookie", X_clearcookie, nullptr, nullptr},
+    /* 51 */ {PLAIN, "X_session", X_session, nullptr, nullptr},
 };
 
 // Builds the keyword tree on first use.
@@ -197,6 +199,14 @@ int run(const Handler &h, X_FILE *fp, char *buff, int *compile, int ignore) {
 
 }  // namespace
 
+// Warns of a line shaped as a command whose keyword is none of ours.
+static void unknown(const char *buff) {
+    const char *k = buff + 2;
+    int n = 0;
+    while (n < 16 && k[n] && k[n] != '>') n++;
+    if (n < 16 && k[n] == '>') X_warn("unknown command <@%.*s>", n, k);
+}
+
 int X_search_command(const char *keyword) {
     return search(keyword);
 }
@@ -211,14 +221,6 @@ int X_command_code(const char *buff) {
     keyword[n] = 0;
     int code = search(keyword);
     return code < 1 || code > kMaxCode ? 0 : code;
-}
-
-// Tells the server log about a well-formed command line whose keyword is
-// not known (and that is no assignment either).
-static void unknown(const char *buff) {
-    const char *k = buff + 2;
-    size_t n = strcspn(k, ">");
-    if (n < 16 && k[n] == '>') X_warn("unknown command <@%.*s>", static_cast<int>(n), k);
 }
 
 // Dispatches one command line: 0 when it was consumed as a command, -1 when

@@ -9,7 +9,7 @@ struct X_CMDROW {
     int code;
 };
 
-constexpr int X_NCMD = 53;  // 52 keywords and the empty end row
+constexpr int X_NCMD = 54;  // 53 keywords and the empty end row
 extern const X_CMDROW x_CMD[X_NCMD];
 extern const char *const NEXT_name[4];
 

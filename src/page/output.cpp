@@ -3,6 +3,7 @@
 #include "page/output.h"
 
 #include <strings.h>
+#include <time.h>
 #include <cstring>
 #include <string>
 
@@ -13,6 +14,36 @@ X_OPEN *X_stdout_row;
 
 namespace {
 
+// ---- Collected output ----
+constexpr long kHoldMs = 100;  // longest wait of collected text
+bool pending;                  // collected text is waiting in stdout's buffer
+long since;                    // when it started waiting (ms)
+bool immediate;                // collecting is over for this run
+unsigned ticks;                // loop rounds, the clock is read every 64th
+
+long now_ms() {
+    timespec ts;
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &ts);
+    return ts.tv_sec * 1000L + ts.tv_nsec / 1000000L;
+}
+
+bool collecting() {
+    return MY_fflush == -1 && DO_fflush && !immediate;
+}
+
+// Standard output would be flushed now: collect instead, unless the text
+// already waited long enough.
+void hold() {
+    long t = now_ms();
+    if (!pending) {
+        pending = true;
+        since = t;
+    } else if (t - since >= kHoldMs) {
+        fflush(stdout);
+        pending = false;
+    }
+}
+
 // The header block while it is held.
 struct Head {
     X_HEAD_STATE state = X_HEAD_OPEN;
@@ -20,7 +51,6 @@ struct Head {
     std::string type;        // the content type line
     bool page_type = false;  // the page set the content type
     std::string status;      // a "Status:" line set by the page, or empty
-    bool status_out = false; // a status line was written at once
     std::string lines;       // cookie lines and the page's lines, in order
     std::string banner;      // the banner, once asked for
 };
@@ -85,21 +115,6 @@ int X_head_set(const char *name, const char *value) {
     return 0;
 }
 
-void X_head_status(const char *text) {
-    Head &h = head();
-    std::string line = std::string("Status: ") + text + "\r\n";
-    if (h.state == X_HEAD_HELD) {
-        h.status = line;
-    } else if (h.state == X_HEAD_OPEN) {
-        fputs(line.c_str(), stdout);
-        h.status_out = true;
-    }
-}
-
-int X_head_has_status() {
-    return !head().status.empty() || head().status_out;
-}
-
 void X_head_banner(const char *text) {
     Head &h = head();
     if (h.state == X_HEAD_HELD) {
@@ -124,7 +139,9 @@ void X_body() {
         fputs(html ? h.banner.c_str() : "\r\n", stdout);
         h.state = X_HEAD_CLOSED;
     }
-    fflush(stdout);
+    // The header goes out with the first piece of the body.
+    if (collecting()) hold();
+    else fflush(stdout);
 }
 
 X_HEAD_STATE X_head_state() {
@@ -144,8 +161,29 @@ FILE *X_out() {
 }
 
 int X_fflush(FILE *stream) {
-    if (stream && MY_fflush && (DO_fflush || MY_fflush == 1)) fflush(stream);
+    if (!stream || !MY_fflush || !(DO_fflush || MY_fflush == 1)) return 0;
+    if (stream == stdout && collecting()) {
+        hold();
+        return 0;
+    }
+    fflush(stream);
+    if (stream == stdout) pending = false;
     return 0;
+}
+
+void X_flush_out() {
+    if (!pending) return;
+    fflush(stdout);
+    pending = false;
+}
+
+void X_out_tick() {
+    if (pending && (++ticks & 63) == 0 && now_ms() - since >= kHoldMs) X_flush_out();
+}
+
+void X_out_immediate() {
+    X_flush_out();
+    immediate = true;
 }
 
 int X_putchar(int ch) {

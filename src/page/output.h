@@ -37,16 +37,28 @@ int X_head_line(const char *line);
 // NAME and VALUE. Returns 0, -1 when the header is closed, or when the
 // run has no HTTP header (shell mode) in which case nothing is written.
 int X_head_set(const char *name, const char *value);
-// Sets the status line "Status: TEXT": held, or written at once while the
-// header is open (also before X_head_begin, for a request refused while it
-// is read). X_head_has_status answers 1 once a status was given.
-void X_head_status(const char *text);
-int X_head_has_status();
 // The banner comment that ends the header: written now, or after the held
 // block when the body starts (X_header, runtime.h, calls this).
 void X_head_banner(const char *text);
 // The body starts: writes and flushes what is held. Does nothing otherwise.
 void X_body();
+
+// ---- Collected output ------------------------------------------------------
+// Under the default flushing policy (MY_fflush -1, DO_fflush set) text meant
+// for standard output is collected in its stream buffer instead of being
+// flushed at every write: it goes out when the buffer fills, when it has
+// waited 100 ms (at the next write or loop round), and before anything else
+// could write to the response or keep the client waiting. The bytes and
+// their order do not change; "option fflush on" flushes every write.
+
+// Collected text goes out now: before a child process, a wait, a read of
+// standard input, or a write that is not itself to be flushed.
+void X_flush_out();
+// Collected text that has waited long enough goes out (loops call this).
+void X_out_tick();
+// No more collecting for this run (an alarm may end it at any moment).
+void X_out_immediate();
+
 // The current state, and whether this run answers a web server.
 X_HEAD_STATE X_head_state();
 int X_head_cgi();

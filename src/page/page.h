@@ -8,6 +8,10 @@ int X_fgets(char *buff, int size, X_FILE *file);
 // The page and the line number of the page line read last, for reports;
 // 0 and a null *path before any page was read.
 int X_where(const char **path);
+// Records START in FILE as the line read last (a line taken without
+// X_fgets); X_where_start is where the line read last starts.
+void X_where_mark(X_FILE *file, long start);
+long X_where_start();
 void cut_cmd(X_FILE *file, char *line);
 // cut_cmd without trace or report: false when the command grew too long.
 bool X_cut_quiet(X_FILE *file, char *line);

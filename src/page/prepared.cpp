@@ -14,8 +14,10 @@ namespace {
 
 constexpr long kMaxImage = 64L << 20;  // larger images are read the usual way
 
-// The table of one image: for each read position 0 (not yet looked at), -1
-// (no entry) or the entry's number plus 1.
+// The table of one image: for each read position 0 (not yet read), -2 (read
+// once), -1 (no entry) or the entry's number plus 1. A line is prepared when
+// it is read a second time: a line read once (most of a page outside loops
+// and functions) costs no more than before.
 struct Table {
     const X_FILE *file;  // the image
     const char *text;    // its text and size when the table was made
@@ -56,7 +58,7 @@ X_LINE *read_line(X_FILE *fp, long pos) {
     long saved = fp->offset;
     fp->offset = pos;
     bool ok = X_fgets(buf, X_MAXLINE, fp) > 0 && X_cut_quiet(fp, buf);
-    long end = fp->offset;
+    long end = fp->offset, last = X_where_start();
     if (ok && buf[0] == '<' && buf[1] == '@') {
         memcpy(again, buf, strlen(buf) + 1);
         ok = X_cut_quiet(fp, again) && fp->offset == end && strcmp(again, buf) == 0;
@@ -69,6 +71,7 @@ X_LINE *read_line(X_FILE *fp, long pos) {
         return nullptr;
     }
     line->end = end;
+    line->last = last;
     line->len = strlen(buf);
     return line;
 }
@@ -119,8 +122,13 @@ X_LINE *X_line_at(X_FILE *fp) {
     Table *t = table_of(fp);
     if (!t) return nullptr;
     int slot = t->at[fp->offset];
-    if (slot > 0) return t->lines[slot - 1];
-    if (slot < 0) return nullptr;
+    if (slot > 0) {
+        X_LINE *line = t->lines[slot - 1];
+        X_where_mark(fp, line->last);  // reports name the line as if it was read
+        return line;
+    }
+    if (slot == 0) t->at[fp->offset] = -2;
+    if (slot != -2) return nullptr;
     X_LINE *line = read_line(fp, fp->offset);
     if (line) classify(line);
     if (!line || !add(t, line)) {
@@ -128,6 +136,7 @@ X_LINE *X_line_at(X_FILE *fp) {
         return nullptr;
     }
     t->at[fp->offset] = t->count;
+    X_where_mark(fp, line->last);
     return line;
 }
 

@@ -3,9 +3,10 @@
 // The page reader and the block runner ask for the line at a read position;
 // the answer is the line as X_fgets and cut_cmd would leave it, the position
 // after it, and for the common forms (text, assignment, one-line if, block
-// ends) a plan that runs the line without re-reading it. A line whose
-// preparation would report an error, or that reads differently when cut
-// again, has no entry and is read the usual way.
+// ends) a plan that runs the line without re-reading it. Lines are prepared
+// when they are read for the second time. A line whose preparation would
+// report an error, or that reads differently when cut again, has no entry
+// and is read the usual way.
 #pragma once
 
 #include "control/blocks.h"
@@ -25,6 +26,7 @@ enum X_LINEKIND {
 
 struct X_LINE {
     long end;           // read position after the line and its joins
+    long last;          // where the last physical line read for it starts
     X_LINEKIND kind;
     bool planned;       // the plan of the kind is filled in
     char *text;         // the line as cut_cmd leaves it

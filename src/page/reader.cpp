@@ -17,6 +17,15 @@
 static X_FILE *where_file;
 static long where_start;
 
+void X_where_mark(X_FILE *file, long start) {
+    where_file = file;
+    where_start = start;
+}
+
+long X_where_start() {
+    return where_start;
+}
+
 int X_where(const char **path) {
     *path = where_file ? where_file->path : nullptr;
     if (!where_file) return 0;

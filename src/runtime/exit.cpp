@@ -5,11 +5,12 @@
 #include "db/db.h"
 #include "diag/diag.h"
 #include "form/form.h"
+#include "page/output.h"
 #include "page/page.h"
 #include "runtime/runtime.h"
 #include "runtime/site.h"
+#include "session/session.h"
 #include "x.h"
-#include "page/output.h"
 
 // Writes the banner comment once; it also ends the HTTP header.
 int X_header() {
@@ -31,7 +32,9 @@ int X_action() {
 // Ends the run: database, the run's temporary file, output, exit status.
 void X_exit(int status) {
     X_TRACE("X_exit( %d );", status);
+    X_flush_out();  // collected text does not wait for the database to close
     X_finish();
+    X_session_save();  // after the page's connection, on one of its own
     char tmp[4096];
     int n = snprintf(tmp, sizeof tmp, "%s/X.%d", TMP_DIR ? TMP_DIR : "/tmp",
                      static_cast<int>(getpid()));

@@ -17,8 +17,8 @@
 
 #include "diag/diag.h"
 #include "form/form.h"
-#include "runtime/runtime.h"
 #include "page/output.h"
+#include "runtime/runtime.h"
 #include "runtime/site.h"
 
 namespace {
@@ -27,10 +27,9 @@ char refusal[256];        // the pending refusal, "" when none
 long run_limit;           // seconds of the limit that ended the run
 volatile sig_atomic_t ending;  // 1 once a run limit fired
 
-// Sets the pending refusal and writes the status line of the answer.
+// Sets the pending refusal.
 void refuse(const char *fmt, long a, long b) {
     snprintf(refusal, sizeof refusal, fmt, a, b);
-    if (getenv("REQUEST_METHOD")) X_head_status("413 Request Entity Too Large");
 }
 
 // A decimal number of the environment, or -1 when unset or not a number.
@@ -128,6 +127,7 @@ int X_limit_form(entry *list) {
 
 int X_limit_refusal() {
     if (!refusal[0]) return 0;
+    X_head_set("Status", "413 Request Entity Too Large");
     ERRMSG("%s", refusal);
     X_exit(-2);
 }

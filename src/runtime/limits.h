@@ -9,14 +9,14 @@
 #include "x.h"
 
 // Before a POST body is read: 0 when its CONTENT_LENGTH is within
-// max_body; else -1, and the refusal (with a 413 status line) is pending.
+// max_body; else -1, and the refusal is pending.
 int X_limit_body();
 // After decoding, before the page: 0 when the pairs, upload files and the
 // size of each upload are within max_pairs, max_uploads and max_upload;
 // else -1, the refusal is pending and LIST is emptied.
 int X_limit_form(entry *list);
-// Reports a pending refusal through the error path (which ends the run);
-// returns 0 when there is none.
+// Reports a pending refusal through the error path, with the status 413
+// (which ends the run); returns 0 when there is none.
 int X_limit_refusal();
 // Puts the run limits in force: cpu_seconds, memory and file_size through
 // setrlimit, and the wall clock of time_limit. A run over its processor or

@@ -8,6 +8,7 @@
 #include "runtime/limits.h"
 #include "runtime/runtime.h"
 #include "runtime/site.h"
+#include "session/session.h"
 #include "syscmd/process.h"
 #include "x.h"
 #include "page/output.h"
@@ -57,6 +58,7 @@ void run(int argc, char **argv) {
     X_values(argv[0], shell);
     X_limit_refusal();
     X_seed();
+    if (x_SITE.session) X_session_start();
     X_set_cookies();
     if (!shell) X_header();
     X_TRACE("==>  X_action(); \n");

@@ -22,6 +22,9 @@ constexpr X_SITEOPT options[] = {
     {"memory", X_SITEKIND::SIZE, &X_SITE::memory, 0, 0, LONG_MAX, nullptr},
     {"file_size", X_SITEKIND::SIZE, &X_SITE::file_size, 0, 0, LONG_MAX, nullptr},
     {"time_limit", X_SITEKIND::NUMBER, &X_SITE::time_limit, 0, 0, 86400, nullptr},
+    {"session", X_SITEKIND::WORD, &X_SITE::session, 0, 0, 0, "off|on"},
+    {"session_idle", X_SITEKIND::NUMBER, &X_SITE::session_idle, 1800, 1, 366L * 86400, nullptr},
+    {"session_life", X_SITEKIND::NUMBER, &X_SITE::session_life, 86400, 1, 366L * 86400, nullptr},
 };
 
 constexpr X_SITE defaults() {

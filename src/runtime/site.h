@@ -31,6 +31,9 @@ struct X_SITE {
     long memory;       // address space of the process, bytes
     long file_size;    // largest file the run may write, bytes
     long time_limit;   // wall-clock seconds of the run
+    long session;       // 1: every page begins the visitor's session
+    long session_idle;  // seconds a session lives without a request
+    long session_life;  // seconds a session lives at most
 };
 
 // How the value of a setting is written.

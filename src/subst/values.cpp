@@ -58,6 +58,7 @@ constexpr ValueRow rows[] = {
     {"attr:", false, row_attr},
     {"shq:", false, row_shq},
     {"json:", false, row_json},
+    {"session:", false, row_session},
     {"today", true, row_today},
     {"X_ROWS", false, row_rows},
     {"X_DT", false, row_dt},

@@ -72,3 +72,6 @@ int row_nval(const char *ref, const char *arg, char *out);
 int row_nfun(const char *ref, const char *arg, char *out);
 int row_errmsg(const char *ref, const char *arg, char *out);
 int row_dir(const char *ref, const char *arg, char *out);
+
+// ---- Sessions (session/value.cpp) --------------------------------------
+int row_session(const char *ref, const char *arg, char *out);

@@ -85,6 +85,7 @@ int X_shell(char *line, int compile, int ignore)
     // Nothing is flushed first: with flushing off, the page's buffered text
     // follows the command's own output.
     X_body();  // the header goes out before the command's own output
+    X_flush_out();
     if (system(text) == -1) ERRMSG("Cannot run SHELL: %s \n", text);
     return 0;
 }
@@ -118,6 +119,7 @@ int X_fork(char *line, int compile, int ignore)
     // Nothing is flushed first: with flushing off, both processes inherit
     // and write the page's buffered text.
     X_body();  // one header, whichever process writes first
+    X_flush_out();
     pid_t pid = fork();
     if (pid != 0) {
         char num[32];
@@ -139,6 +141,7 @@ int X_sleep(char *line, int compile, int ignore)
     char text[X_MAXLINE];
     expand(line, 8, text, compile);
     int n = int_of(text);
+    X_flush_out();
     if (n >= 1) sleep((unsigned)n);
     return 0;
 }
@@ -151,6 +154,7 @@ int X_usleep(char *line, int compile, int ignore)
     char text[X_MAXLINE];
     expand(line, 9, text, compile);
     int n = int_of(text);
+    X_flush_out();
     if (n >= 1) usleep((useconds_t)n);
     return 0;
 }

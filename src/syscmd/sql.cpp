@@ -13,6 +13,7 @@
 #include "control/blocks.h"
 #include "db/db.h"
 #include "diag/diag.h"
+#include "page/output.h"
 #include "page/dispatch.h"
 #include "page/page.h"
 #include "storage/heap.h"
@@ -282,6 +283,7 @@ int X_sql(X_FILE *fp, char *line, int compile, int ignore)
         X_notfound(fp, compile, ignore);
         return 0;
     }
+    X_flush_out();  // the page's text does not wait for the database
 
     char query[X_MAXLINE];
     build_query(line, vform ? 7 : 6, vform, query, compile);
@@ -319,6 +321,7 @@ int X_sqlexec(char *line, int compile, int ignore)
     if (!vform && !X_has_tag(line, "<@sqlexec>")) return -1;
     X_TRACE("X_sqlexec: {%s} compile: %d ignore: %d VVAL: %d \n", line, compile, ignore, vform);
     if (ignore) return 0;
+    X_flush_out();  // the page's text does not wait for the database
 
     char query[X_MAXLINE];
     build_query(line, vform ? 11 : 10, vform, query, compile);

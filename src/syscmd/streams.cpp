@@ -52,6 +52,7 @@ int open_row(const char *rest, const char *line, int compile, bool pipe)
     X_OPEN *row = free_row();
     if (!row) return X_set_status(status, -1);
     if (pipe) X_body();  // the command may write to the response
+    if (pipe) X_flush_out();
     FILE *fp = pipe ? popen(path, mode) : fopen(path, mode);
     if (!fp) return X_set_status(status, -1);
     row->fp = fp;
@@ -134,6 +135,7 @@ int X_io_pclose(char *line, int compile, int ignore)
     if (!X_has_tag(line, "<@pclose>")) return -1;
     X_TRACE("X_io_pclose: {%s} compile: %d  ignore: %d \n", line, compile, ignore);
     if (ignore) return 0;
+    X_flush_out();  // the command's output follows the page's text
     return close_row(line + 9, line, compile, true);
 }
 
@@ -162,6 +164,7 @@ int X_io_fgets(char *line, int compile, int ignore)
     if (n > MAXREAD) n = MAXREAD;
     FILE *fp = nullptr;
     if (strcmp(name, "stdin") == 0) {
+        X_flush_out();  // whoever answers may want to see the page first
         fp = stdin;
     } else if (X_OPEN *row = X_find_stream(name)) {
         fp = row->fp;
@@ -204,6 +207,9 @@ int X_io_fputs(char *line, int compile, int ignore)
     if (!out) return X_set_status(status, -1);
 
     FILE *fp = nullptr;
+    // Collected text goes out first: this write is not flushed at once, and a
+    // pipe's command may write to the response itself.
+    X_flush_out();
     if (strcmp(name, "stdout") == 0) {
         X_body();
         fp = stdout;

@@ -94,8 +94,8 @@ def answers(port):
 
 class FcgiSite(server.Site):
     def __init__(self, tolm, pages=None, root=None, config=None, via="stdin",
-                 workers=None, timeout=None, nginx_workers=1, settings=None):
-        super().__init__(tolm, pages, root, config, settings)
+                 workers=None, timeout=None, nginx_workers=1, settings=None, files=None):
+        super().__init__(tolm, pages, root, config, settings, files)
         self.via = via
         self.fcgi_env = {"TOLM_FASTCGI_WORKERS": workers, "TOLM_FASTCGI_TIMEOUT": timeout}
         self.nginx_workers = nginx_workers
@@ -113,6 +113,7 @@ class FcgiSite(server.Site):
             "{PORT}", str(self.port)).replace("{ROOT}", self.site_root))
         if self.settings is not None:
             self.write(self.path("home", "x.site"), self.settings)
+        self.write_files()
         try:
             upstream = self.start_tolm()
             self.write(self.path("nginx.conf"), NGINX_CONF % {

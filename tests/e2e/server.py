@@ -62,16 +62,18 @@ class Response:
 
 
 class Site:
-    def __init__(self, tolm, pages=None, root=None, config=None, settings=None):
+    def __init__(self, tolm, pages=None, root=None, config=None, settings=None, files=None):
         """pages: {name: text} written into the scratch site; root: serve this
         directory instead; config: the text of x.config with {PORT} and
         {ROOT} filled in (default: one line for this server); settings: the
-        text of x.site (default: none)."""
+        text of x.site (default: none); files: more {path under the scratch
+        directory: text}, {DIR} filled in."""
         self.tolm = os.path.abspath(tolm)
         self.pages = pages or {}
         self.root = os.path.abspath(root) if root else None
         self.config = config or "127.0.0.1:{PORT} {ROOT}\n"
         self.settings = settings
+        self.files = files or {}
         self.port_wanted = None  # a fixed port instead of a free one
         self.proc = self.dir = self.port = None
 
@@ -91,6 +93,10 @@ class Site:
         with open(name, "wb" if isinstance(text, bytes) else "w") as f:
             f.write(text)
 
+    def write_files(self):
+        for name, text in self.files.items():
+            self.write(self.path(name), text.replace("{DIR}", self.dir))
+
     def start(self):
         server = lighttpd_path()
         self.dir = os.path.realpath(tempfile.mkdtemp(prefix="tolm-site-"))
@@ -104,6 +110,7 @@ class Site:
             "{PORT}", str(self.port)).replace("{ROOT}", self.site_root))
         if self.settings is not None:
             self.write(self.path("home", "x.site"), self.settings)
+        self.write_files()
         self.write(self.path("lighttpd.conf"), LIGHTTPD_CONF % {"port": self.port,
                                                                 "dir": self.dir})
         self.proc = subprocess.Popen([server, "-D", "-f", self.path("lighttpd.conf")],

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <random>
 #include <sstream>
@@ -22,7 +23,8 @@
 namespace {
 
 // Runs PAGE in a child process with the given presets and switch; returns
-// what it wrote (standard output) followed by its exit status.
+// what it wrote (standard output, and standard error where error reports
+// name the page line) followed by its exit status.
 std::string run(const std::string &page, const std::vector<std::pair<std::string, std::string>> &vars,
                 int prepared) {
     char dir[] = "/tmp/tolm-prep-XXXXXX";
@@ -34,6 +36,8 @@ std::string run(const std::string &page, const std::vector<std::pair<std::string
         alarm(20);  // a page that never ends fails the comparison
         int fd = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
         dup2(fd, 1);
+        dup2(fd, 2);
+        setenv("REQUEST_METHOD", "GET", 1);
         X_start();
         X_put_value("X_ROOT", "/");
         for (auto &[name, value] : vars) X_put_value(name.c_str(), value.c_str());
@@ -48,7 +52,9 @@ std::string run(const std::string &page, const std::vector<std::pair<std::string
     unlink(out.c_str());
     unlink(path.c_str());
     rmdir(dir);
-    return text.str() + "\n[status " + std::to_string(WIFEXITED(status) ? WEXITSTATUS(status) : -1) + "]";
+    std::string shown = text.str();
+    for (size_t at; (at = shown.find(dir)) != std::string::npos;) shown.replace(at, strlen(dir), "DIR");
+    return shown + "\n[status " + std::to_string(WIFEXITED(status) ? WEXITSTATUS(status) : -1) + "]";
 }
 
 // ---- Random pages ----------------------------------------------------------
@@ -91,6 +97,10 @@ struct Gen {
             if (pick(4) == 0) page += "$(len:" + v + ") $(" + v + "\n";
             break;
         case 5:
+            if (pick(4) == 0) {  // an error once the value stops being a number
+                page += "<@if> fmt $(" + v + ") int <@continue>\n";
+                break;
+            }
             page += std::string("<@if> ") + (pick(2) ? "icmp" : pick(2) ? "!cmp" : "cmp") + " " + operand() +
                     " " + any(kCmp) + " " + operand() + (pick(2) ? " <@break>\n" : " <@continue>\n");
             break;
@@ -172,9 +182,15 @@ TEST(Prepared, RandomPagesReadTheSameBothWays) {
     }
 }
 
-TEST(Prepared, CountedLoopKeepsItsResult) {
+TEST(Prepared, CountedLoopKeepsItsResultAndErrorLines) {
     std::string page = "<@set> n 0\n<@set> i 0\n<@while>\n<@n>+= $(i)\n<@i>++\n"
                        "<@if> icmp $(i) >= 2000 <@break>\n<@end>\n$(n) $(i)\n";
     EXPECT_EQ(run(page, {}, 1), "1999000 2000\n\n[status 0]");
     EXPECT_EQ(run(page, {}, 0), run(page, {}, 1));
+    // An error on a later round names its line, as when it is read.
+    page = "<@set> v 1\n<@set> i 0\n<@while>\n<@i>++\n<@if> icmp $(i) > 3 <@v>= x\n"
+           "<@if> fmt $(v) int <@continue>\n<@end>\n";
+    std::string slow = run(page, {}, 0);
+    EXPECT_NE(slow.find("page.html:6: error"), std::string::npos) << slow;
+    EXPECT_EQ(run(page, {}, 1), slow);
 }
