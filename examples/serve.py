@@ -7,7 +7,7 @@ With --fastcgi, nginx serves it and Tolm runs as a FastCGI server.
 
 Prints the address and runs until Ctrl-C. The pages are served from
 examples/site as they stand, so edits show on the next request. X_HOME gets
-x.config, x.site (the safe profile) and x.env (DATA_DIR, where the database
+x.config, x.site (the safe profile, limits) and x.env (DATA_DIR, where the database
 and the kept uploads live); uploads, data and logs are in a scratch directory
 that is removed at the end.
 """
@@ -32,7 +32,8 @@ def demo_site(tolm, fastcgi=False):
     """The example site, set up as `make demo` serves it (not yet started)."""
     kind = fcgi_server.FcgiSite if fastcgi else server.Site
     return kind(tolm, root=os.path.join(HERE, "site"), config=read("x.config.in"),
-                files={"home/x.site": read("x.site"), "home/x.env": read("x.env.in"),
+                settings=read("x.site"),
+                files={"home/x.env": read("x.env.in"),
                        "data/README": "The demo's database and kept uploads.\n"})
 
 
