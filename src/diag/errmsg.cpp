@@ -70,7 +70,7 @@ static int deliver() {
     locked = 1;
     bool cgi = getenv("REQUEST_METHOD");
     // The safe profile tells the server, while it still can, that the run failed.
-    if (cgi && X_safe() && X_head_state() == X_HEAD_HELD)
+    if (cgi && X_safe() && X_head_state() == X_HEAD_HELD && !X_head_has_status())
         X_head_set("Status", "500 Internal Server Error");
     X_header();
     if (!X_ERROR) {

@@ -199,14 +199,6 @@ int run(const Handler &h, X_FILE *fp, char *buff, int *compile, int ignore) {
 
 }  // namespace
 
-// Warns of a line shaped as a command whose keyword is none of ours.
-static void unknown(const char *buff) {
-    const char *k = buff + 2;
-    int n = 0;
-    while (n < 16 && k[n] && k[n] != '>') n++;
-    if (n < 16 && k[n] == '>') X_warn("unknown command <@%.*s>", n, k);
-}
-
 int X_search_command(const char *keyword) {
     return search(keyword);
 }
@@ -221,6 +213,14 @@ int X_command_code(const char *buff) {
     keyword[n] = 0;
     int code = search(keyword);
     return code < 1 || code > kMaxCode ? 0 : code;
+}
+
+// Tells the server log about a well-formed command line whose keyword is
+// not known (and that is no assignment either).
+static void unknown(const char *buff) {
+    const char *k = buff + 2;
+    size_t n = strcspn(k, ">");
+    if (n < 16 && k[n] == '>') X_warn("unknown command <@%.*s>", static_cast<int>(n), k);
 }
 
 // Dispatches one command line: 0 when it was consumed as a command, -1 when

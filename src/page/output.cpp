@@ -51,6 +51,7 @@ struct Head {
     std::string type;        // the content type line
     bool page_type = false;  // the page set the content type
     std::string status;      // a "Status:" line set by the page, or empty
+    bool status_out = false; // a status line was written at once
     std::string lines;       // cookie lines and the page's lines, in order
     std::string banner;      // the banner, once asked for
 };
@@ -113,6 +114,21 @@ int X_head_set(const char *name, const char *value) {
         h.lines += line;
     }
     return 0;
+}
+
+void X_head_status(const char *text) {
+    Head &h = head();
+    std::string line = std::string("Status: ") + text + "\r\n";
+    if (h.state == X_HEAD_HELD) {
+        h.status = line;
+    } else if (h.state == X_HEAD_OPEN) {
+        fputs(line.c_str(), stdout);
+        h.status_out = true;
+    }
+}
+
+int X_head_has_status() {
+    return !head().status.empty() || head().status_out;
 }
 
 void X_head_banner(const char *text) {

@@ -37,6 +37,11 @@ int X_head_line(const char *line);
 // NAME and VALUE. Returns 0, -1 when the header is closed, or when the
 // run has no HTTP header (shell mode) in which case nothing is written.
 int X_head_set(const char *name, const char *value);
+// Sets the status line "Status: TEXT": held, or written at once while the
+// header is open (also before X_head_begin, for a request refused while it
+// is read). X_head_has_status answers 1 once a status was given.
+void X_head_status(const char *text);
+int X_head_has_status();
 // The banner comment that ends the header: written now, or after the held
 // block when the body starts (X_header, runtime.h, calls this).
 void X_head_banner(const char *text);

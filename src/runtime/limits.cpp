@@ -27,9 +27,10 @@ char refusal[256];        // the pending refusal, "" when none
 long run_limit;           // seconds of the limit that ended the run
 volatile sig_atomic_t ending;  // 1 once a run limit fired
 
-// Sets the pending refusal.
+// Sets the pending refusal and writes the status line of the answer.
 void refuse(const char *fmt, long a, long b) {
     snprintf(refusal, sizeof refusal, fmt, a, b);
+    if (getenv("REQUEST_METHOD")) X_head_status("413 Request Entity Too Large");
 }
 
 // A decimal number of the environment, or -1 when unset or not a number.
