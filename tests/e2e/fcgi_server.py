@@ -153,26 +153,10 @@ class FcgiSite(server.Site):
     def stop_tolm(self, timeout=10):
         """SIGTERM to the server; returns its exit status."""
         p, self.tolm_proc = self.tolm_proc, None
-        if p is None:
-            return None
-        if p.poll() is None:
-            p.send_signal(signal.SIGTERM)
-            try:
-                p.wait(timeout=timeout)
-            except subprocess.TimeoutExpired:
-                p.kill()
-                p.wait()
-        return p.returncode
+        return server.end_process(p, timeout=timeout)
 
     def stop(self):
-        if self.proc and self.proc.poll() is None:
-            self.proc.terminate()
-            try:
-                self.proc.wait(timeout=10)
-            except subprocess.TimeoutExpired:
-                self.proc.kill()
-                self.proc.wait()
+        server.end_process(self.proc)
         self.proc = None
         self.stop_tolm()
-        if self.dir and not os.environ.get("TOLM_KEEP_SITE"):
-            shutil.rmtree(self.dir, ignore_errors=True)
+        super().stop()

@@ -12,6 +12,7 @@ page name reaches the interpreter as PATH_INFO:
 import http.client
 import os
 import shutil
+import signal
 import socket
 import subprocess
 import sys
@@ -59,6 +60,21 @@ class Response:
 
     def header(self, name):
         return [v for k, v in self.headers if k.lower() == name.lower()]
+
+
+def end_process(p, sig=signal.SIGTERM, timeout=10):
+    """Asks the process P (or None) to end with SIG, kills it after TIMEOUT
+    seconds, and returns its exit status."""
+    if p is None:
+        return None
+    if p.poll() is None:
+        p.send_signal(sig)
+        try:
+            p.wait(timeout=timeout)
+        except subprocess.TimeoutExpired:
+            p.kill()
+            p.wait()
+    return p.returncode
 
 
 class Site:
@@ -129,13 +145,7 @@ class Site:
         raise RuntimeError("lighttpd did not answer on port %d" % self.port)
 
     def stop(self):
-        if self.proc and self.proc.poll() is None:
-            self.proc.terminate()
-            try:
-                self.proc.wait(timeout=10)
-            except subprocess.TimeoutExpired:
-                self.proc.kill()
-                self.proc.wait()
+        end_process(self.proc)
         self.proc = None
         if self.dir and not os.environ.get("TOLM_KEEP_SITE"):
             shutil.rmtree(self.dir, ignore_errors=True)

@@ -85,14 +85,8 @@ class Browser:
             except Exception:  # the browser is going away anyway
                 pass
             self.session = None
-        if self.proc:
-            self.proc.terminate()
-            try:
-                self.proc.wait(timeout=10)
-            except subprocess.TimeoutExpired:
-                self.proc.kill()
-                self.proc.wait()
-            self.proc = None
+        server.end_process(self.proc)
+        self.proc = None
         if self.profile:
             shutil.rmtree(self.profile, ignore_errors=True)
             self.profile = None
