@@ -48,7 +48,7 @@ class PgServer:
         subprocess.run(self._as_owner([os.path.join(self.bin, "initdb"), "-D", data, "-A",
                                        "trust", "-U", "tolm", "-E", "UTF8", "--no-sync"]),
                        **quiet)
-        opts = "-k %s -c listen_addresses='' -c fsync=off -c max_connections=20" % self.dir
+        opts = "-k %s -c listen_addresses='' -c fsync=off -c max_connections=120" % self.dir
         subprocess.run(self._as_owner([os.path.join(self.bin, "pg_ctl"), "-D", data, "-o", opts,
                                        "-l", os.path.join(self.dir, "log"), "-w", "start"]),
                        **quiet)
