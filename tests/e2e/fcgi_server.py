@@ -13,7 +13,6 @@ input, on a free TCP port), or with via="env" makes it itself from
 TOLM_FASTCGI_LISTEN (a Unix socket in the scratch directory).
 """
 import os
-import shutil
 import signal
 import socket
 import subprocess
@@ -65,12 +64,7 @@ http {
 
 
 def nginx_path():
-    path = shutil.which("nginx") or (
-        "/usr/sbin/nginx" if os.access("/usr/sbin/nginx", os.X_OK) else None)
-    if not path:
-        sys.exit("nginx is not installed: run `make deps` "
-                 "(or apt-get install -y nginx-light) first")
-    return path
+    return server.server_path("nginx", "nginx-light")
 
 
 def wait_for(test, what, proc=None, seconds=10):

@@ -36,13 +36,19 @@ setenv.add-environment = ( "X_HOME" => "%(dir)s/home", "TMP_DIR" => "%(dir)s/tmp
 """
 
 
-def lighttpd_path():
-    path = shutil.which("lighttpd") or (
-        "/usr/sbin/lighttpd" if os.access("/usr/sbin/lighttpd", os.X_OK) else None)
+def server_path(name, package):
+    """The path of the web server NAME (on PATH or in /usr/sbin); ends the
+    test with advice when Debian's PACKAGE is not installed."""
+    fallback = "/usr/sbin/" + name
+    path = shutil.which(name) or (fallback if os.access(fallback, os.X_OK) else None)
     if not path:
-        sys.exit("lighttpd is not installed: run `make deps` "
-                 "(or apt-get install -y lighttpd) first")
+        sys.exit("%s is not installed: run `make deps` (or apt-get install -y %s) first"
+                 % (name, package))
     return path
+
+
+def lighttpd_path():
+    return server_path("lighttpd", "lighttpd")
 
 
 def free_port():
