@@ -67,6 +67,12 @@ struct X_USER {
     int16_t request; // 1: set by the request (form field or cookie)
     X_heap *hp;      // the variable's own heap
     X_USER *next;    // result chain while clearing by pattern
+    // A whole number kept beside the text: valid while the first value is
+    // still num_of (the start of a block of hp) and its first 24 bytes are
+    // still num_text (commands also edit texts in place).
+    long num;
+    const char *num_of;
+    char num_text[24];
 };
 
 // ---- Pages and functions -----------------------------------------------

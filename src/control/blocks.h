@@ -22,6 +22,7 @@ struct X_IFPLAN {
     bool icmp;              // icmp, else cmp
     bool neg;               // the "!" form
     const char *op;         // the comparison operator
+    int rel;                // its relation (X_cmp_relation)
     X_REF ref[2];           // operands a and b: a variable when its name is set
     const char *word[2];    // a literal operand otherwise
     int number[2];          // a literal operand read as icmp reads it

@@ -110,6 +110,14 @@ int X_user_icmp(int a, int b, const char *op) {
     return holds(rel, (a > b) - (a < b));
 }
 
+int X_cmp_relation(const char *op) {
+    return relation(op);
+}
+
+bool X_cmp_holds(int rel, int c) {
+    return holds(static_cast<Rel>(rel), c) == 0;
+}
+
 // Exact comparison of the two doubles; a NaN relates to nothing but "!=".
 int X_user_fcmp(double a, double b, const char *op) {
     X_TRACE("X_user_fcmp( %f, %s, %f )", a, op, b);

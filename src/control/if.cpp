@@ -204,6 +204,7 @@ int X_if_prepare(const char *line, X_IFPLAN *plan) {
     for (const char *op : plain_ops)
         if (words[2] == op) plan->op = op;
     if (!plan->op) return -1;
+    plan->rel = X_cmp_relation(plan->op);
     for (int i = 0; i < 2; i++) {
         if (!operand(words[2 * i + 1], &plan->ref[i], &plan->word[i])) return -1;
         plan->number[i] = plan->word[i] ? static_cast<int>(X_number(plan->word[i])) : 0;
@@ -219,12 +220,22 @@ int X_if_run(X_IFPLAN *plan) {
         n[i] = plan->number[i];
         if (!plan->ref[i].name) continue;
         X_USER *u = X_ref_user(&plan->ref[i]);
-        v[i] = u ? u->var.value : nullptr;
+        if (!u || u->fixed == 2) return -1;  // a shared buffer need not be terminated
+        v[i] = u->var.value;
+        long kept;
+        if (X_user_number(u, &kept)) {  // a kept number's text is one word
+            n[i] = static_cast<int>(kept);
+            continue;
+        }
         if (!one_word(v[i])) return -1;
-        if (plan->icmp) n[i] = static_cast<int>(X_number(v[i]));
+        if (plan->icmp) {
+            kept = X_number(v[i]);
+            X_note_number(u, kept);
+            n[i] = static_cast<int>(kept);
+        }
     }
-    bool holds = plan->icmp ? X_user_icmp(n[0], n[1], plan->op) == 0 : X_user_cmp(v[0], v[1], plan->op) == 0;
-    if (holds != plan->neg) {
+    int c = plan->icmp ? (n[0] > n[1]) - (n[0] < n[1]) : strcmp(v[0], v[1]);
+    if (X_cmp_holds(plan->rel, c) != plan->neg) {
         Continue = 1;
         if (plan->jump == 2) Break = 1;
     }

@@ -64,6 +64,8 @@ long modulo(long a, long d) {
     return a % d;
 }
 
+long compute_number(Op op, long o, long v);
+
 // New value of a numeric operator; old is NULL for a missing variable.
 long compute(Op op, const char *old, long v) {
     if (!old) {
@@ -78,7 +80,11 @@ long compute(Op op, const char *old, long v) {
         default: return 0;
         }
     }
-    long o = number(old);
+    return compute_number(op, number(old), v);
+}
+
+// New value of a numeric operator on the old value O.
+long compute_number(Op op, long o, long v) {
     switch (op) {
     case ADD: return wrap_add(o, v);
     case SUB: return wrap_sub(o, v);
@@ -243,18 +249,6 @@ bool whole_word(const char *v) {
     return true;
 }
 
-// Decimal text of N, as "%ld" writes it.
-void decimal(long n, char *out) {
-    char tmp[24];
-    int i = 0;
-    unsigned long u = n < 0 ? 0UL - static_cast<unsigned long>(n) : static_cast<unsigned long>(n);
-    do tmp[i++] = static_cast<char>('0' + u % 10);
-    while ((u /= 10) != 0);
-    if (n < 0) tmp[i++] = '-';
-    for (int k = 0; k < i; k++) out[k] = tmp[i - 1 - k];
-    out[i] = 0;
-}
-
 }  // namespace
 
 int X_let_prepare(const char *line, X_LETPLAN *plan) {
@@ -293,14 +287,27 @@ int X_let_prepare(const char *line, X_LETPLAN *plan) {
     return 0;
 }
 
+// The number X_number reads from U's first value, kept beside the text.
+static long user_number(X_USER *u) {
+    long n;
+    if (X_user_number(u, &n)) return n;
+    n = number(u->var.value);
+    X_note_number(u, n);
+    return n;
+}
+
 int X_let_run(X_LETPLAN *plan) {
     const char *operand = plan->word;
     long v = plan->number;
     if (plan->operand.name) {
         X_USER *o = X_ref_user(&plan->operand);
-        operand = o ? o->var.value : nullptr;
-        if (!whole_word(operand)) return -1;
-        v = number(operand);
+        if (!o || o->fixed == 2) return -1;  // a shared buffer need not be terminated
+        operand = o->var.value;
+        // A kept number's text is a whole word.
+        if (!X_user_number(o, &v)) {
+            if (!whole_word(operand)) return -1;
+            v = user_number(o);
+        }
     }
     X_USER *u = X_ref_user(&plan->target);
     if (!u || u->fixed) return -1;
@@ -308,8 +315,10 @@ int X_let_run(X_LETPLAN *plan) {
         X_put_user(u, operand);
         return 0;
     }
-    char value[24];
-    decimal(compute(static_cast<Op>(plan->op), u->var.value, v), value);
-    X_put_user(u, value);
+    if (!u->var.value) {
+        X_put_number(u, compute(static_cast<Op>(plan->op), nullptr, v));
+        return 0;
+    }
+    X_put_number(u, compute_number(static_cast<Op>(plan->op), user_number(u), v));
     return 0;
 }

@@ -30,8 +30,10 @@ struct Table {
 
 Table *tables;
 
+Table *last_table;  // the table asked for last
+
 Table *table_of(X_FILE *fp) {
-    static Table *last;
+    Table *&last = last_table;
     if (last && last->file == fp && last->text == fp->text && last->size == fp->size) return last;
     for (Table *t = tables; t; t = t->next)
         if (t->file == fp && t->text == fp->text && t->size == fp->size) return last = t;
@@ -117,8 +119,11 @@ bool add(Table *t, X_LINE *line) {
 
 }  // namespace
 
-X_LINE *X_line_at(X_FILE *fp) {
-    if (!X_prepared || Trace || Debug || fp->offset < 0 || fp->offset >= fp->size) return nullptr;
+namespace {
+
+// X_line_at for a position without an entry yet, or in another image.
+[[gnu::noinline]] X_LINE *line_at_slow(X_FILE *fp) {
+    if (fp->offset < 0 || fp->offset >= fp->size) return nullptr;
     Table *t = table_of(fp);
     if (!t) return nullptr;
     int slot = t->at[fp->offset];
@@ -138,6 +143,23 @@ X_LINE *X_line_at(X_FILE *fp) {
     t->at[fp->offset] = t->count;
     X_where_mark(fp, line->last);
     return line;
+}
+
+}  // namespace
+
+X_LINE *X_line_at(X_FILE *fp) {
+    if (!X_prepared || Trace || Debug) return nullptr;
+    // The common case: a prepared line of the image read last.
+    const Table *t = last_table;
+    long at = fp->offset;
+    if (t && t->file == fp && t->text == fp->text && t->size == fp->size && at >= 0 && at < t->size) {
+        if (int slot = t->at[at]; slot > 0) {
+            X_LINE *line = t->lines[slot - 1];
+            X_where_mark(fp, line->last);
+            return line;
+        }
+    }
+    return line_at_slow(fp);
 }
 
 int X_line_run(X_LINE *line, int compile) {

@@ -143,6 +143,26 @@ int X_heap_reduce(X_heap *currheap)
     return 0;
 }
 
+void *X_heap_first(X_heap *currheap, int size)
+{
+    heapblock *b = currheap ? currheap->smallreq : nullptr;
+    if (Trace || !b || b->m_next || currheap->bigreq || size <= 0 || size > X_HEAP_SMALL) {
+        X_heap_reduce(currheap);
+        return X_heap_alloc(currheap, size);
+    }
+    // The data area is aligned and size is at most X_HEAP_SMALL: the piece
+    // starts the block and its end rounds up within it.
+    char *res = data_of(b);
+    b->m_used = static_cast<int16_t>((size + X_HEAP_ALIGN - 1) / X_HEAP_ALIGN * X_HEAP_ALIGN);
+    memset(res, 0, static_cast<size_t>(size));
+    return res;
+}
+
+const char *X_heap_start(const X_heap *currheap)
+{
+    return currheap && currheap->smallreq ? data_of(currheap->smallreq) : nullptr;
+}
+
 // Releases the arena and all its blocks; the handle is invalid afterwards.
 int X_heap_free(X_heap *currheap)
 {

@@ -214,6 +214,74 @@ int X_put_user(X_USER *u, const char *value)
     return c ? 0 : -1;
 }
 
+int X_decimal(long n, char *out)
+{
+    static constexpr char pairs[] = "00010203040506070809101112131415161718192021222324"
+                                    "25262728293031323334353637383940414243444546474849"
+                                    "50515253545556575859606162636465666768697071727374"
+                                    "75767778798081828384858687888990919293949596979899";
+    char tmp[24];
+    char *p = tmp + sizeof tmp;
+    unsigned long u = n < 0 ? 0UL - static_cast<unsigned long>(n) : static_cast<unsigned long>(n);
+    while (u >= 100) {
+        unsigned d = static_cast<unsigned>(u % 100) * 2;
+        u /= 100;
+        *--p = pairs[d + 1];
+        *--p = pairs[d];
+    }
+    if (u >= 10) {
+        *--p = pairs[u * 2 + 1];
+        *--p = pairs[u * 2];
+    } else {
+        *--p = static_cast<char>('0' + u);
+    }
+    if (n < 0)
+        *--p = '-';
+    int len = static_cast<int>(tmp + sizeof tmp - p);
+    memcpy(out, p, static_cast<size_t>(len));
+    out[len] = 0;
+    return len;
+}
+
+// Remembers n as the number of u's first value, whose text is n's decimal
+// text, when that value starts a block of u's heap: then its first 24 bytes
+// can be read and compared whatever its length.
+static void keep_number(X_USER *u, long n)
+{
+    if (u->var.value != X_heap_start(u->hp))
+        return;
+    u->num = n;
+    u->num_of = u->var.value;
+    memcpy(u->num_text, u->var.value, sizeof u->num_text);
+}
+
+int X_put_number(X_USER *u, long n)
+{
+    char text[24];
+    int len = X_decimal(n, text);
+    if (u->fixed || Debug)
+        return X_put_user(u, text);
+    // The text comes from here, so it cannot alias the old value.
+    auto *c = static_cast<char *>(X_heap_first(u->hp, len + 1));
+    u->var.next = nullptr;
+    u->var.value = c ? c : no_value;
+    u->clean = 0;
+    u->request = 0;
+    if (!c)
+        return -1;
+    memcpy(c, text, static_cast<size_t>(len) + 1);
+    keep_number(u, n);
+    return 0;
+}
+
+void X_note_number(X_USER *u, long n)
+{
+    char text[24];
+    X_decimal(n, text);
+    if (u->fixed != 2 && u->var.value && strcmp(u->var.value, text) == 0)
+        keep_number(u, n);
+}
+
 // Appends value to the values of name. A missing or clean variable is
 // assigned instead; a fixed or shared one fails silently with -1.
 int X_add_value(const char *name, const char *value)

@@ -1,6 +1,8 @@
 // Variable store: named variables with lists of values, in x_BUFFERS.vtree.
 #pragma once
 
+#include <cstring>
+
 #include "x.h"
 
 X_USER *X_USER_new(const char *name, const char *value);
@@ -19,6 +21,22 @@ X_USER *X_ref_user(X_REF *ref);
 // Assigns VALUE as the only value of the ordinary (fixed 0) record USER;
 // 0, or -1 when memory runs out. X_put_value's work once the record is found.
 int X_put_user(X_USER *user, const char *value);
+// Writes N as "%ld" does into OUT (room for 21 bytes); answers the length.
+int X_decimal(long n, char *out);
+// Assigns N's decimal text as X_put_user does, and keeps N beside it.
+int X_put_number(X_USER *user, long n);
+// True, with *N set, when USER's first value is still the decimal text of
+// the whole number kept beside it (then X_number would read the same).
+inline bool X_user_number(const X_USER *user, long *n)
+{
+    const char *v = user->var.value;
+    if (!v || v != user->num_of || memcmp(v, user->num_text, sizeof user->num_text) != 0)
+        return false;
+    *n = user->num;
+    return true;
+}
+// Keeps N beside USER's first value when that is N's decimal text.
+void X_note_number(X_USER *user, long n);
 int X_put_value(const char *name, const char *value, int fixed = 0, int cookie = 0);
 int X_add_value(const char *name, const char *value);
 char *X_get_value(const char *name);

@@ -63,9 +63,19 @@ const char *const kNames[] = {"a", "b", "n", "s"};
 // Values chosen to move words and operators if a shortcut trusted them.
 const char *const kValues[] = {"5",    "-3",   "12abc", "x>y",  "a b",  "'q'", "$(a)", "",
                                ">=",   "7 8",  "[x]",   "&&",   "1>=2", "0",   "99",   "z",
-                               "\"q", "a\tb", ">$=b",  "&gt;", "0012", "-",   "é"};
+                               "\"q", "a\tb", ">$=b",  "&gt;", "0012", "-",   "é",
+                               // Numbers near the ends of the range and texts that only
+                               // look like numbers: a kept number must read as the text.
+                               "9223372036854775807", "-9223372036854775808", "9223372036854775806",
+                               "2147483647", "-2147483649", " 12", "+5", "-0", "007", "1e3",
+                               "99999999999999999999", "12 "};
 const char *const kOps[] = {"=", "+=", "-=", "*=", "/=", "%=", ";=", "$="};
 const char *const kCmp[] = {"==", "!=", ">=", "<", "&gt;", "=", "like", "??"};
+
+// Two functions the pages call: one works on its parameter "n", which hides
+// the page's own, the other on the page's variables.
+const char *const kFunctions = "<@function> f0(n)\n<@n>+= 1\n<@r>= $(n)\n<@a>++\n<@return> $(n)\n<@end>\n"
+                               "<@function> f1(x)\n<@b>-= $(x)\n<@r>= $(b)\n<@end>\n";
 
 struct Gen {
     std::mt19937 rng;
@@ -76,9 +86,10 @@ struct Gen {
     template <size_t N> const char *any(const char *const (&a)[N]) { return a[pick(N)]; }
 
     std::string operand() {
-        switch (pick(5)) {
+        switch (pick(6)) {
         case 0: return std::to_string(pick(21) - 10);
         case 1: return std::string("$(") + any(kNames) + ")";
+        case 5: return std::to_string(pick(3) - 1) + std::string(pick(2) ? "" : "000000000000000000");
         case 2: return "$(" + std::string(any(kNames)) + ") tail";
         case 3: return "'" + std::string(any(kValues)) + "'";
         default: return any(kValues);
@@ -87,7 +98,7 @@ struct Gen {
 
     void statement(int depth) {
         std::string v = any(kNames);
-        switch (pick(depth < 2 ? 9 : 7)) {
+        switch (pick(depth < 2 ? 12 : 9)) {
         case 0: page += "<@" + v + ">" + any(kOps) + " " + operand() + "\n"; break;
         case 1: page += "<@" + v + (pick(2) ? ">++\n" : ">--\n"); break;
         case 2: page += "<@" + v + ">=" + operand() + "\n"; break;
@@ -109,7 +120,17 @@ struct Gen {
             if (pick(2)) page += "<@else>\nno\n";
             page += "<@end>\n";
             break;
-        case 7: {  // a counted loop: the counter is nobody else's
+        case 7: {  // text edited in place: the value keeps its address
+            const char *const edits[] = {"<@exec> chchar ", "<@exec> strcut "};
+            const char *const args[] = {" 1/7", " 9/-", " 0/ ", " 5", " -", " 2"};
+            page += std::string(any(edits)) + v + any(args) + "\n";
+            if (pick(2)) page += "[$(word:" + v + ":1)]\n";
+            break;
+        }
+        case 8:  // a call: the parameter hides the variable of its name
+            page += "<@call> f" + std::to_string(pick(2)) + "(" + operand() + ")\n[ret $(r)]\n";
+            break;
+        case 9: {  // a counted loop: the counter is nobody else's
             std::string c = "c" + std::to_string(loops++);
             page += "<@set> " + c + " 0\n<@while>\n<@" + c + ">++\n<@if> icmp $(" + c + ") > " +
                     std::to_string(pick(5)) + " <@break>\n";
@@ -117,6 +138,11 @@ struct Gen {
             page += "<@end>\n";
             break;
         }
+        case 10:
+            page += "<@while> values " + v + "\nv[$(" + v + ")]\n";
+            block(depth + 1);
+            page += "<@end>\n";
+            break;
         default:
             page += "<@while> words " + v + "\nw[$(" + v + ")]\n";
             block(depth + 1);
@@ -171,7 +197,7 @@ TEST(Prepared, LinesThatGetAPlan) {
 
 TEST(Prepared, RandomPagesReadTheSameBothWays) {
     for (unsigned seed = 1; seed <= 150; seed++) {
-        Gen g{std::mt19937(seed), "", 0};
+        Gen g{std::mt19937(seed), kFunctions, 0};
         g.block(0);
         std::vector<std::pair<std::string, std::string>> vars;
         for (const char *name : kNames)

@@ -1,6 +1,8 @@
 // Variable store: assignment and append rules, fixed and shared variables, clearing.
 #include <gtest/gtest.h>
 
+#include <climits>
+#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -120,3 +122,39 @@ TEST_F(Store, RequestMarkLastsUntilTheNextAssignment)
 }
 
 }  // namespace
+
+TEST_F(Store, KeptNumbersFollowTheText)
+{
+    char text[24], want[24];
+    for (long n : {0L, 7L, -7L, 10L, 99L, 100L, -100L, 123456789L, LONG_MAX, LONG_MIN, LONG_MIN + 1}) {
+        snprintf(want, sizeof want, "%ld", n);
+        EXPECT_EQ(X_decimal(n, text), static_cast<int>(strlen(want)));
+        EXPECT_STREQ(text, want);
+    }
+    // Whatever the record held before (several values, a big one), a number
+    // assignment leaves one value and keeps the number beside it.
+    std::string big(5000, '1');
+    X_add_value("n", big.c_str());
+    X_add_value("n", "2");
+    X_USER *u = X_find_user("n");
+    long kept = 0;
+    for (long n : {LONG_MIN, 42L, -1L}) {
+        ASSERT_EQ(X_put_number(u, n), 0);
+        EXPECT_EQ(vals("n"), std::to_string(n));
+        EXPECT_TRUE(X_user_number(u, &kept) && kept == n);
+    }
+    // Edited in place, replaced, or assigned as text: the kept number no
+    // longer counts until the text is noted again.
+    u->var.value[0] = '7';
+    EXPECT_FALSE(X_user_number(u, &kept));
+    X_note_number(u, 71);
+    EXPECT_TRUE(X_user_number(u, &kept) && kept == 71);
+    X_put_value("n", "71 ");
+    EXPECT_FALSE(X_user_number(u, &kept));
+    X_note_number(u, 71);  // not its decimal text
+    EXPECT_FALSE(X_user_number(u, &kept));
+    X_put_number(u, 5);
+    char word[] = "5";
+    u->var.value = word;  // a loop shows a word of its own
+    EXPECT_FALSE(X_user_number(u, &kept));
+}
