@@ -26,7 +26,7 @@ struct X_IFPLAN {
     X_REF ref[2];           // operands a and b: a variable when its name is set
     const char *word[2];    // a literal operand otherwise
     int number[2];          // a literal operand read as icmp reads it
-    int jump;               // 1 continue, 2 break
+    int jump;               // 1 continue, 2 break, 0 a block head
 };
 
 // Fills PLAN for the <@if> line LINE: 0, or -1 when it needs the general path.
@@ -34,6 +34,14 @@ int X_if_prepare(const char *line, X_IFPLAN *plan);
 // Runs the plan as X_if(fp, line, 1, 0) would with trace and debug off: 0
 // when done, -1 (nothing done) when an operand's value could move a word.
 int X_if_run(X_IFPLAN *plan);
+// Fills PLAN (jump 0) with the condition of a block head "<@if> TEST" or
+// "<@elif> TEST": 0, or -1 when it needs the general path.
+int X_if_head_prepare(const char *line, X_IFPLAN *plan);
+// Runs the block of the <@if> head in BUFF (a buffer of X_MAXLINE bytes)
+// with its prepared condition, as X_if(fp, buff, compile, 0) would with trace
+// and debug off: 0 when done, -1 (nothing done) to report deep nesting the
+// usual way. A test whose values could move a word is read the usual way.
+int X_if_block(X_FILE *fp, char *buff, const X_IFPLAN *plan, int compile);
 
 // <@while>, <@while> words NAME [SEP], <@while> values NAME.
 int X_while(X_FILE *fp, char *buff, int compile, int ignore);

@@ -11,6 +11,7 @@
 #include "diag/diag.h"
 #include "page/dispatch.h"
 #include "page/page.h"
+#include "page/prepared.h"
 #include "subst/args.h"
 #include "subst/subst.h"
 #include "subst/values.h"
@@ -36,6 +37,8 @@ char *split_head(const char *line, int kw, char *text) {
     return inl;
 }
 
+int eval(const X_IFPLAN *plan, bool *holds);
+
 void emit(const char *line, int compile) {
     if (compile) X_transline(line, nullptr, compile);
     else transvalue(line, nullptr);
@@ -44,10 +47,35 @@ void emit(const char *line, int compile) {
 // Reads the block after a head whose condition gave R, up to its <@end>.
 // Returns 1 when an <@elif> takes over the block (its line is then in
 // BUFF), else 0.
-int run_block(X_FILE *fp, char *buff, char *text, int r, int *compile) {
-    while (X_fgets(text, X_MAXLINE, fp)) {
-        if (Continue) r = 0;
-        cut_cmd(fp, text);
+int run_block(X_FILE *fp, char *buff, char *text, int r, int *compile, const X_IFPLAN **plan) {
+    for (;;) {
+        if (X_LINE *row = X_line_at(fp)) {
+            // A prepared line: block ends and planned lines run here.
+            if (Continue) r = 0;
+            fp->offset = row->end;
+            if (row->kind == X_LINE_END) return 0;
+            if (row->kind == X_LINE_ELIF && !Continue && !r) {
+                memcpy(buff, row->text, row->len + 1);
+                if (row->planned) *plan = &row->if_plan;
+                return 1;
+            }
+            if (!r && X_line_skips(row)) continue;
+            if (!r && row->kind == X_LINE_IFBLOCK) {  // a nested block passed over
+                X_notfound(fp, *compile, 1);
+                continue;
+            }
+            if (r && row->kind == X_LINE_IFBLOCK && row->planned && *compile) {
+                memcpy(text, row->text, row->len + 1);
+                if (X_if_block(fp, text, &row->if_plan, *compile) == 0) continue;
+            } else if (r && X_line_run(row, *compile) == 0) {
+                continue;
+            }
+            memcpy(text, row->text, row->len + 1);
+        } else {
+            if (!X_fgets(text, X_MAXLINE, fp)) break;
+            if (Continue) r = 0;
+            cut_cmd(fp, text);
+        }
         if (has_prefix(text, "<@elif>")) {
             if (Continue || r) {
                 X_notfound(fp, *compile, 1);
@@ -87,15 +115,25 @@ int run_block(X_FILE *fp, char *buff, char *text, int r, int *compile) {
 // Evaluates the head in BUFF and runs its branch; an <@elif> that takes
 // over the block is handled by the same loop, so a long elif chain needs
 // no deeper stack.
-[[gnu::noinline]] int run_if(X_FILE *fp, char *buff, int kw, int compile) {
+// PLAN, when not NULL, is the prepared condition of the head (which has no
+// inline command).
+[[gnu::noinline]] int run_if(X_FILE *fp, char *buff, int kw, int compile, const X_IFPLAN *plan) {
     char text[X_MAXLINE];
     for (;;) {
-        char *inl = split_head(buff, kw, text);
-        X_DEBUG("IF cond: %s \n", text);
-        X_DEBUG("IF inline cmd: %s\n", inl ? inl : "");
-        int r = X_if_SCAN(text, buff, compile);
-        X_TRACE("X_if: sst cond result: %d \n", r);
-        X_DEBUG("IF check result: %d \n", r);
+        char *inl = nullptr;
+        bool holds;
+        int r;
+        if (plan && eval(plan, &holds) == 0) {
+            r = holds;
+        } else {
+            inl = split_head(buff, kw, text);
+            X_DEBUG("IF cond: %s \n", text);
+            X_DEBUG("IF inline cmd: %s\n", inl ? inl : "");
+            r = X_if_SCAN(text, buff, compile);
+            X_TRACE("X_if: sst cond result: %d \n", r);
+            X_DEBUG("IF check result: %d \n", r);
+        }
+        plan = nullptr;
         if (inl) {
             X_TRACE("X_if: try as line command: {%s} \n", inl);
             if (strstr(inl, "<@continue>")) {
@@ -112,7 +150,7 @@ int run_block(X_FILE *fp, char *buff, char *text, int r, int *compile) {
             cut_cmd(fp, text);
             if (is_command(text) && X_command(fp, text, &compile, !r) == 0) return 0;
         }
-        if (!run_block(fp, buff, text, r, &compile)) return 0;
+        if (!run_block(fp, buff, text, r, &compile, &plan)) return 0;
         kw = 7;
         X_TRACE("X_if: {%s} compile: %d ignore: %d \n", buff, compile, 0);
     }
@@ -135,7 +173,12 @@ int X_if(X_FILE *fp, char *buff, int compile, int ignore) {
         ERRMSG("IF: nesting too deep: %.200s \n", buff);
         return 0;
     }
-    return run_if(fp, buff, kw, compile);
+    return run_if(fp, buff, kw, compile, nullptr);
+}
+
+int X_if_block(X_FILE *fp, char *buff, const X_IFPLAN *plan, int compile) {
+    if (X_stack_low()) return -1;  // reported the usual way
+    return run_if(fp, buff, 5, compile, plan);
 }
 
 // ---- Prepared one-line conditions -----------------------------------------
@@ -172,15 +215,12 @@ bool operand(const std::string &t, X_REF *ref, const char **word) {
 
 }  // namespace
 
-int X_if_prepare(const char *line, X_IFPLAN *plan) {
-    if (!has_prefix(line, "<@if>")) return -1;
-    const char *rest = line + 5;
-    const char *at = *rest ? strstr(rest + 1, "<@") : nullptr;
-    if (!at) return -1;
-    plan->jump = strstr(at, "<@continue>") ? 1 : strstr(at, "<@break>") ? 2 : 0;
-    if (!plan->jump) return -1;
+namespace {
+
+// Fills PLAN's test from the condition COND: 0, or -1 when it is not one
+// simple cmp or icmp of literal words and plain variable references.
+int cond_prepare(const std::string &cond, X_IFPLAN *plan) {
     // One simple test: no group, quote or connector.
-    std::string cond(rest, at - rest);
     for (char c : cond)
         if (X_stop_char(static_cast<unsigned char>(c)) != ' ') return -1;
     if (cond.find("&&") != std::string::npos || cond.find("||") != std::string::npos) return -1;
@@ -212,14 +252,16 @@ int X_if_prepare(const char *line, X_IFPLAN *plan) {
     return 0;
 }
 
-int X_if_run(X_IFPLAN *plan) {
+// Evaluates a prepared test: 0 with *HOLDS set, or -1 (nothing done) when
+// an operand's value could move a word.
+int eval(const X_IFPLAN *plan, bool *holds) {
     const char *v[2];
     int n[2];
     for (int i = 0; i < 2; i++) {
         v[i] = plan->word[i];
         n[i] = plan->number[i];
         if (!plan->ref[i].name) continue;
-        X_USER *u = X_ref_user(&plan->ref[i]);
+        X_USER *u = X_ref_user(const_cast<X_REF *>(&plan->ref[i]));
         if (!u || u->fixed == 2) return -1;  // a shared buffer need not be terminated
         v[i] = u->var.value;
         long kept;
@@ -235,7 +277,35 @@ int X_if_run(X_IFPLAN *plan) {
         }
     }
     int c = plan->icmp ? (n[0] > n[1]) - (n[0] < n[1]) : strcmp(v[0], v[1]);
-    if (X_cmp_holds(plan->rel, c) != plan->neg) {
+    *holds = X_cmp_holds(plan->rel, c) != plan->neg;
+    return 0;
+}
+
+}  // namespace
+
+int X_if_prepare(const char *line, X_IFPLAN *plan) {
+    if (!has_prefix(line, "<@if>")) return -1;
+    const char *rest = line + 5;
+    const char *at = *rest ? strstr(rest + 1, "<@") : nullptr;
+    if (!at) return -1;
+    plan->jump = strstr(at, "<@continue>") ? 1 : strstr(at, "<@break>") ? 2 : 0;
+    if (!plan->jump) return -1;
+    return cond_prepare(std::string(rest, at - rest), plan);
+}
+
+int X_if_head_prepare(const char *line, X_IFPLAN *plan) {
+    int kw = has_prefix(line, "<@if>") ? 5 : has_prefix(line, "<@elif>") ? 7 : 0;
+    if (!kw) return -1;
+    const char *rest = line + kw;
+    if (*rest && strstr(rest + 1, "<@")) return -1;  // an inline command
+    plan->jump = 0;
+    return cond_prepare(rest, plan);
+}
+
+int X_if_run(X_IFPLAN *plan) {
+    bool holds;
+    if (eval(plan, &holds) != 0) return -1;
+    if (holds) {
         Continue = 1;
         if (plan->jump == 2) Break = 1;
     }

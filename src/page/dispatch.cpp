@@ -258,8 +258,16 @@ int X_notfound(X_FILE *fp, int compile, int ignore) {
                 if (!ignore && row->kind == X_LINE_BREAK) Break = 1;
                 continue;
             }
+            if (ignore && X_line_skips(row)) continue;
+            if (ignore && row->kind == X_LINE_IFBLOCK) {  // a nested block passed over
+                X_notfound(fp, compile, 1);
+                continue;
+            }
             if (!ignore && X_line_run(row, compile) == 0) continue;
             memcpy(line, row->text, row->len + 1);
+            if (!ignore && compile && row->kind == X_LINE_IFBLOCK && row->planned &&
+                X_if_block(fp, line, &row->if_plan, compile) == 0)
+                continue;
         } else {
             if (!X_fgets(line, sizeof line, fp)) break;
             if (Continue || ContinueBreak) ignore = 1;

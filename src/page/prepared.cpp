@@ -97,9 +97,12 @@ void classify(X_LINE *line) {
     } else if (int code = X_command_code(s); code == 0) {
         line->kind = X_LINE_LET;
         line->planned = X_let_prepare(s, &line->let_plan) == 0;
-    } else if (code == 23) {
+    } else if (code == 23 && *(s + 5) && strstr(s + 6, "<@")) {  // an inline command
         line->kind = X_LINE_IF;
         line->planned = X_if_prepare(s, &line->if_plan) == 0;
+    } else if (code == 23 || code == 24) {
+        line->kind = code == 23 ? X_LINE_IFBLOCK : X_LINE_ELIF;
+        line->planned = X_if_head_prepare(s, &line->if_plan) == 0;
     } else {
         line->kind = X_LINE_COMMAND;
     }

@@ -19,6 +19,8 @@ enum X_LINEKIND {
     X_LINE_COMMAND,   // any other "<@" line, handed to dispatch
     X_LINE_LET,       // an assignment line
     X_LINE_IF,        // a one-line <@if> ... <@break> or <@continue>
+    X_LINE_IFBLOCK,   // an <@if> block head, its condition in if_plan
+    X_LINE_ELIF,      // an <@elif> head, its condition in if_plan
     X_LINE_END,       // <@end>, <@continue> and <@break> of a block body
     X_LINE_CONTINUE,
     X_LINE_BREAK,
@@ -44,6 +46,11 @@ extern int X_prepared;
 // read the usual way (end of image, switch off, trace or debug on, or no
 // entry). The read position is not moved.
 X_LINE *X_line_at(X_FILE *fp);
+// True when a skipped block line needs nothing but passing over: a text
+// line, or a planned assignment or one-line if (consumed by dispatch).
+inline bool X_line_skips(const X_LINE *line) {
+    return line->kind == X_LINE_TEXT || (line->planned && (line->kind == X_LINE_LET || line->kind == X_LINE_IF));
+}
 // Runs a planned text, assignment or one-line if line with COMPILE as the
 // page run's mode: 0 when done, -1 when the line has to go the usual way
 // (nothing was done).

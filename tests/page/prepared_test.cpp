@@ -115,9 +115,16 @@ struct Gen {
             page += std::string("<@if> ") + (pick(2) ? "icmp" : pick(2) ? "!cmp" : "cmp") + " " + operand() +
                     " " + any(kCmp) + " " + operand() + (pick(2) ? " <@break>\n" : " <@continue>\n");
             break;
-        case 6:
-            page += std::string("<@if> cmp $(") + v + ") == " + any(kValues) + "\nyes $(" + v + ")\n";
+        case 6:  // a block if: heads with prepared tests, bodies with any statement
+            page += std::string("<@if> ") + (pick(2) ? "cmp $(" : "!icmp $(") + v + ") " + any(kCmp) + " " +
+                    any(kValues) + "\nyes $(" + v + ")\n<@" + any(kNames) + ">+= " + operand() + "\n";
+            if (depth < 3 && pick(2)) block(depth + 1);
+            if (pick(2)) {
+                page += "<@elif> icmp " + operand() + " < " + operand() + "\nelif\n";
+                if (depth < 3) block(depth + 1);
+            }
             if (pick(2)) page += "<@else>\nno\n";
+            if (depth < 3 && pick(2)) block(depth + 1);
             page += "<@end>\n";
             break;
         case 7: {  // text edited in place: the value keeps its address
@@ -133,7 +140,14 @@ struct Gen {
         case 9: {  // a counted loop: the counter is nobody else's
             std::string c = "c" + std::to_string(loops++);
             page += "<@set> " + c + " 0\n<@while>\n<@" + c + ">++\n<@if> icmp $(" + c + ") > " +
-                    std::to_string(pick(5)) + " <@break>\n";
+                    std::to_string(1 + pick(5)) + " <@break>\n";
+            if (pick(3)) {  // a block if on the counter: its branches change as the loop runs
+                page += "<@if> icmp $(" + c + ") " + any(kCmp) + " 2\n<@" + v + ">+= " + operand() + "\n";
+                block(depth + 1);
+                if (pick(2)) page += "<@elif> cmp $(" + c + ") != 3\n<@" + v + ">++\n[elif $(" + v + ")]\n";
+                if (pick(2)) page += "<@else>\n<@" + v + ">= $(" + c + ")\n";
+                page += "<@end>\n";
+            }
             block(depth + 1);
             page += "<@end>\n";
             break;
@@ -199,6 +213,7 @@ TEST(Prepared, RandomPagesReadTheSameBothWays) {
     for (unsigned seed = 1; seed <= 150; seed++) {
         Gen g{std::mt19937(seed), kFunctions, 0};
         g.block(0);
+        g.page += "[end $(a) $(b) $(n) $(s)]\n";
         std::vector<std::pair<std::string, std::string>> vars;
         for (const char *name : kNames)
             if (g.pick(4)) vars.emplace_back(name, g.any(kValues));
