@@ -7,12 +7,9 @@ import re
 import sys
 
 import server
-from server import CGI, expect, expect_eq, multipart
+from server import CGI, URLENCODED, expect, expect_eq
 
 PAGES = {"echo.html": "v=[$(v)] f=[$(f)]\n"}
-BOUNDARY = b"FixBoundary"
-MULTIPART = "multipart/form-data; boundary=" + BOUNDARY.decode()
-URLENCODED = "application/x-www-form-urlencoded"
 
 
 def main(tolm):
@@ -21,10 +18,8 @@ def main(tolm):
             open(site.path("home", "X_LOG"), "w").close()  # tracing on for every run
             try:
                 def one(i):
-                    body = multipart(BOUNDARY, [(b"X_PAGE", b"echo.html"),
-                                                (b"v", b"body-%d-" % i + b"x" * (i * 37 % 4000))])
-                    r = site.post(CGI, body, MULTIPART)
-                    return i, r.text
+                    return i, site.upload(CGI, [(b"X_PAGE", b"echo.html"), (
+                        b"v", b"body-%d-" % i + b"x" * (i * 37 % 4000))]).text
                 with concurrent.futures.ThreadPoolExecutor(max_workers=400) as pool:
                     results = list(pool.map(one, range(400)))
             finally:
@@ -53,9 +48,8 @@ def main(tolm):
                 for p in planted:
                     os.symlink(target, p)
                 try:
-                    body = multipart(BOUNDARY, [(b"X_PAGE", b"echo.html"),
-                                                (b"f", b"c.txt", b"overwritten")])
-                    r = site.post(CGI, body, MULTIPART)
+                    r = site.upload(CGI, [(b"X_PAGE", b"echo.html"),
+                                          (b"f", b"c.txt", b"overwritten")])
                     path = re.search(r"f=\[([^\]]*)\]", r.text).group(1)
                     with open(target) as f:
                         expect_eq(f.read(), config, "x.config")

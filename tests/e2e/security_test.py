@@ -9,7 +9,7 @@ import re
 import sys
 
 import server
-from server import CGI, expect, expect_eq, multipart
+from server import CGI, URLENCODED, expect, expect_eq
 
 SECRET = "SECRET-OUTSIDE-THE-ROOT"
 PAGES = {
@@ -18,9 +18,6 @@ PAGES = {
     "cookies.html": "cookies\n",
     "upload.html": "file=[$(file)] text=[$(text)]\n",
 }
-BOUNDARY = b"----TolmSecurity0Boundary"
-MULTIPART = "multipart/form-data; boundary=" + BOUNDARY.decode()
-URLENCODED = "application/x-www-form-urlencoded"
 
 
 def raw_get(site, target):
@@ -74,11 +71,10 @@ def main(tolm):
                            "%s reached a file outside the root: %r" % (target, r.text))
                 r = site.post(CGI, b"X_PAGE=" + name.encode(), URLENCODED)
                 expect(SECRET not in r.text, "posted %s: %r" % (name, r.text))
-                r = site.post(CGI, multipart(BOUNDARY, [(b"X_PAGE", name.encode())]), MULTIPART)
+                r = site.upload(CGI, [(b"X_PAGE", name.encode())])
                 expect(SECRET not in r.text, "uploaded %s: %r" % (name, r.text))
             # Raw NUL bytes in a multipart value end the name where they stand.
-            r = site.post(CGI, multipart(BOUNDARY, [(b"X_PAGE", b"x.page\0/../../outside.html")]),
-                          MULTIPART)
+            r = site.upload(CGI, [(b"X_PAGE", b"x.page\0/../../outside.html")])
             expect(SECRET not in r.text and "home page" in r.text, r.text)
             # The same names that stay inside still work.
             for target in (CGI + "/sub/p.html", CGI + "?X_PAGE=sub//p.html",
@@ -92,11 +88,10 @@ def main(tolm):
                                       "&X_SessionCOOKIES=b&b=" + evil).encode(), URLENCODED),
                       site.post(CGI + "/cookies.html", ("X_PAGE=cookies.html&X_ServerCOOKIES=a+"
                                 "c%0D%0AX-Evil:+1&a=" + evil).encode(), URLENCODED),
-                      site.post(CGI, multipart(BOUNDARY, [
+                      site.upload(CGI, [
                           (b"X_PAGE", b"cookies.html"),
                           (b"X_SessionCOOKIES", b"a\r\nX-Evil: 1\r\n b"),
                           (b"a", b"v\r\nX-Evil: 1"), (b"b", b"w\nContent-Type: text/plain")]),
-                          MULTIPART),
                       site.get(CGI + "/cookies.html?X_SessionCOOKIES=sid",
                                headers={"Cookie": "sid=" + evil.replace("+", "%20")})):
                 expect_eq(r.header("X-Evil"), [], "injected header")
@@ -111,8 +106,7 @@ def main(tolm):
                      b"C:\\..\\..\\evil.txt", b"sub/../../../evil", b"..", b".", b"%2e%2e%2fevil",
                      b"evil\0/../../x", b"a" * 400, b"\r\nX-Evil: 1", b"dir/", b"dir\\"]
             for name in names:
-                r = site.post(CGI, multipart(BOUNDARY, [(b"X_PAGE", b"upload.html"),
-                                                        (b"file", name, b"payload")]), MULTIPART)
+                r = site.upload(CGI, [(b"X_PAGE", b"upload.html"), (b"file", name, b"payload")])
                 m = re.search(r"file=\[([^\]]*)\]", r.text)
                 expect(m, r.text)
                 path = m.group(1)
@@ -124,9 +118,8 @@ def main(tolm):
         def parallel_uploads_get_files_of_their_own():
             def one(i):
                 data = ("upload %d " % i).encode() * 50
-                r = site.post(CGI, multipart(BOUNDARY, [(b"X_PAGE", b"upload.html"),
-                                                        (b"text", b"t%d" % i),
-                                                        (b"file", b"same.txt", data)]), MULTIPART)
+                r = site.upload(CGI, [(b"X_PAGE", b"upload.html"), (b"text", b"t%d" % i),
+                                      (b"file", b"same.txt", data)])
                 m = re.search(r"file=\[([^\]]*)\] text=\[t(\d+)\]", r.text)
                 expect(m and int(m.group(2)) == i, r.text)
                 return m.group(1), data
