@@ -168,7 +168,8 @@ class Site:
                                                                 "dir": self.dir})
         self.proc = subprocess.Popen([server, "-D", "-f", self.path("lighttpd.conf")],
                                      stdin=subprocess.DEVNULL)
-        wait_for(lambda: answers(self.port), "lighttpd on port %d" % self.port, [self.proc])
+        wait_for(lambda: answers(self.port), "lighttpd on port %d (log: %s)" % (
+            self.port, self.path("tmp", "lighttpd.error.log")), [self.proc])
 
     def start(self):
         try:
