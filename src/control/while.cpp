@@ -86,8 +86,8 @@ char *heap_text(X_heap *hp, const char *text, size_t len) {
 }
 
 // True when the body replaced the loop variable's record or its value.
-bool reassigned(const char *name, const X_USER *orig, const char *shown) {
-    X_USER *now = X_find_user(name);
+bool reassigned(X_REF *ref, const X_USER *orig, const char *shown) {
+    X_USER *now = X_ref_user(ref);
     return !now || now != orig || now->var.value != shown;
 }
 
@@ -147,20 +147,21 @@ int X_while_words(X_FILE *fp, const char *name, const char *sep, int compile) {
     bool assigned = false;  // the body gave the variable a value of its own
     const char *p = text.get();
     long runs = 0;
+    X_REF ref{name, nullptr, X_REF_UNBOUND};  // looked up again only after the tree changed
     for (;;) {
         int n = X_arg_string_sep(p, word.get(), sep);
         if (n == 0) {
             if (runs == 0) X_notfound(fp, compile, 1);
             break;
         }
-        if (!(u = X_find_user(name))) break;  // the body cleared it
+        if (!(u = X_ref_user(&ref))) break;  // the body cleared it
         fp->offset = start;
         u->var.value = word.get();
         p += n;
         runs++;
         X_notfound(fp, compile, 0);
         X_out_tick();
-        if (reassigned(name, orig, word.get())) assigned = true;
+        if (reassigned(&ref, orig, word.get())) assigned = true;
         if (Break || ContinueBreak) break;
         Continue = 0;
     }
@@ -205,15 +206,16 @@ int X_while_values(X_FILE *fp, const char *name, int compile) {
         t += value_room(u, lens[i]);
     }
     bool assigned = false;
+    X_REF ref{name, nullptr, X_REF_UNBOUND};  // looked up again only after the tree changed
     for (i = 0; i < n; i++) {
-        if (!(u = X_find_user(name))) break;  // the body cleared it
+        if (!(u = X_ref_user(&ref))) break;  // the body cleared it
         cells[n - 1].next = nullptr;          // drop what the body appended
         u->var.next = cells[i].next;
         u->var.value = cells[i].value;
         fp->offset = start;
         X_notfound(fp, compile, 0);
         X_out_tick();
-        if (reassigned(name, orig, cells[i].value)) assigned = true;
+        if (reassigned(&ref, orig, cells[i].value)) assigned = true;
         if (Break || ContinueBreak) break;
         Continue = 0;
     }

@@ -217,7 +217,7 @@ int X_command_code(const char *buff) {
 
 // Tells the server log about a well-formed command line whose keyword is
 // not known (and that is no assignment either).
-static void unknown(const char *buff) {
+void X_unknown_command(const char *buff) {
     const char *k = buff + 2;
     size_t n = strcspn(k, ">");
     if (n < 16 && k[n] == '>') X_warn("unknown command <@%.*s>", static_cast<int>(n), k);
@@ -231,7 +231,7 @@ int X_command(X_FILE *fp, char *buff, int *compile, int ignore) {
     int code = X_command_code(buff);
     if (!code) {
         int r = let(buff, *compile, ignore);
-        if (r != 0 && !ignore) unknown(buff);
+        if (r != 0 && !ignore) X_unknown_command(buff);
         return r;
     }
     return run(handlers[code], fp, buff, compile, ignore);
@@ -258,7 +258,7 @@ int X_notfound(X_FILE *fp, int compile, int ignore) {
                 if (!ignore && row->kind == X_LINE_BREAK) Break = 1;
                 continue;
             }
-            if (ignore && X_line_skips(row)) continue;
+            if (ignore && (X_line_skips(row) || row->kind == X_LINE_ELSE)) continue;
             if (ignore && row->kind == X_LINE_IFBLOCK) {  // a nested block passed over
                 X_notfound(fp, compile, 1);
                 continue;

@@ -94,6 +94,9 @@ void classify(X_LINE *line) {
         line->kind = X_LINE_CONTINUE;
     } else if (starts(s, "<@break>")) {
         line->kind = X_LINE_BREAK;
+    } else if (starts(s, "<@else>") && (s[7] == 0 || s[7] == ' ') && !strchr(s + 7, '>') &&
+               X_command_code(s) == 0) {
+        line->kind = X_LINE_ELSE;
     } else if (int code = X_command_code(s); code == 0) {
         line->kind = X_LINE_LET;
         line->planned = X_let_prepare(s, &line->let_plan) == 0;

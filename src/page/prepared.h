@@ -21,6 +21,7 @@ enum X_LINEKIND {
     X_LINE_IF,        // a one-line <@if> ... <@break> or <@continue>
     X_LINE_IFBLOCK,   // an <@if> block head, its condition in if_plan
     X_LINE_ELIF,      // an <@elif> head, its condition in if_plan
+    X_LINE_ELSE,      // <@else>, alone on its line (no operator to find)
     X_LINE_END,       // <@end>, <@continue> and <@break> of a block body
     X_LINE_CONTINUE,
     X_LINE_BREAK,
