@@ -220,8 +220,8 @@ int X_decimal(long n, char *out)
                                     "25262728293031323334353637383940414243444546474849"
                                     "50515253545556575859606162636465666768697071727374"
                                     "75767778798081828384858687888990919293949596979899";
-    char tmp[24];
-    char *p = tmp + sizeof tmp;
+    char tmp[48];  // digits end in the middle: 24 bytes can be copied from any start
+    char *p = tmp + 24;
     unsigned long u = n < 0 ? 0UL - static_cast<unsigned long>(n) : static_cast<unsigned long>(n);
     while (u >= 100) {
         unsigned d = static_cast<unsigned>(u % 100) * 2;
@@ -237,8 +237,8 @@ int X_decimal(long n, char *out)
     }
     if (n < 0)
         *--p = '-';
-    int len = static_cast<int>(tmp + sizeof tmp - p);
-    memcpy(out, p, static_cast<size_t>(len));
+    int len = static_cast<int>(tmp + 24 - p);
+    memcpy(out, p, 24);  // a fixed size is copied inline
     out[len] = 0;
     return len;
 }
@@ -255,13 +255,17 @@ static void keep_number(X_USER *u, long n)
     memcpy(u->num_text, u->var.value, sizeof u->num_text);
 }
 
+static_assert(X_HEAP_ALIGN >= 24, "a number's text and its padding fit one heap piece");
+
 int X_put_number(X_USER *u, long n)
 {
     char text[24];
     int len = X_decimal(n, text);
     if (u->fixed || Debug)
         return X_put_user(u, text);
-    // The text comes from here, so it cannot alias the old value.
+    // The text comes from here, so it cannot alias the old value. A piece
+    // of at most X_HEAP_SMALL bytes lies in a small block and is rounded up
+    // to X_HEAP_ALIGN (32) bytes: all 24 bytes of text fit in it.
     auto *c = static_cast<char *>(X_heap_first(u->hp, len + 1));
     u->var.next = nullptr;
     u->var.value = c ? c : no_value;
@@ -269,7 +273,7 @@ int X_put_number(X_USER *u, long n)
     u->request = 0;
     if (!c)
         return -1;
-    memcpy(c, text, static_cast<size_t>(len) + 1);
+    memcpy(c, text, sizeof text);
     keep_number(u, n);
     return 0;
 }

@@ -21,7 +21,8 @@ X_USER *X_ref_user(X_REF *ref);
 // Assigns VALUE as the only value of the ordinary (fixed 0) record USER;
 // 0, or -1 when memory runs out. X_put_value's work once the record is found.
 int X_put_user(X_USER *user, const char *value);
-// Writes N as "%ld" does into OUT (room for 21 bytes); answers the length.
+// Writes N as "%ld" does into OUT, which takes 24 bytes (all are written);
+// answers the length.
 int X_decimal(long n, char *out);
 // Assigns N's decimal text as X_put_user does, and keeps N beside it.
 int X_put_number(X_USER *user, long n);
