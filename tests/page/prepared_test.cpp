@@ -198,6 +198,15 @@ TEST(Prepared, LinesThatGetAPlan) {
         X_IFPLAN plan;
         EXPECT_EQ(X_if_prepare(c.line, &plan) == 0, c.planned) << c.line;
     }
+    const Case heads[] = {
+        {"<@if> icmp $(i) > 50000", true},       {"<@elif> !cmp $(a) == x", true},
+        {"<@if> icmp $(i) > 5 <@break>", false},  {"<@elif> cmp $(a) like x*", false},
+        {"<@if> cmp $(a) == x && 1", false},      {"<@else>", false},
+    };
+    for (const Case &c : heads) {
+        X_IFPLAN plan;
+        EXPECT_EQ(X_if_head_prepare(c.line, &plan) == 0, c.planned) << c.line;
+    }
     const Case texts[] = {
         {"plain text\n", true},   {"a $(x) b $(y)\n", true},  {"$(x$(y))\n", false},
         {"$(len:x)\n", false},    {"$(x\n", false},           {"$()\n", false},
@@ -210,7 +219,7 @@ TEST(Prepared, LinesThatGetAPlan) {
 }
 
 TEST(Prepared, RandomPagesReadTheSameBothWays) {
-    for (unsigned seed = 1; seed <= 150; seed++) {
+    for (unsigned seed = 1; seed <= 400; seed++) {
         Gen g{std::mt19937(seed), kFunctions, 0};
         g.block(0);
         g.page += "[end $(a) $(b) $(n) $(s)]\n";
