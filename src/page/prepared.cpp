@@ -169,7 +169,11 @@ X_LINE *X_line_at(X_FILE *fp) {
 }
 
 int X_line_run(X_LINE *line, int compile) {
-    if (!line->planned || !compile || X_stack_low()) return -1;
+    if (!line->planned || !compile) return -1;
+    // An assignment without a reference reads the same however low the
+    // stack runs; references and ifs are cut short then, the usual way.
+    if (line->kind == X_LINE_LET && !line->let_plan.operand.name) return X_let_run(&line->let_plan);
+    if (X_stack_low()) return -1;
     switch (line->kind) {
     case X_LINE_TEXT:
         if (!(IgnoreEmpty && line->text[0] == '\n')) X_text_run(&line->text_plan);
