@@ -331,7 +331,9 @@ void X_sstore_close() {
 
 int X_sstore_tables() {
     if (X_sstore_open() != 0) return -1;
-    if (!be) return prepare(static_cast<int>(X_SSQL::LOAD)) ? 0 : -1;
+    // SQLite: preparing the statement a new session's save needs first
+    // finds the tables missing, if they are, and makes them.
+    if (!be) return prepare(static_cast<int>(X_SSQL::NEW)) ? 0 : -1;
     return be->noselect(PG_TABLES, 0, nullptr) == 0 ? 0 : fail_be();
 }
 
