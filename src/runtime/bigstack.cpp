@@ -55,7 +55,7 @@ void X_run_on_stack(void (*fn)(int, char **), int argc, char **argv) {
     run_fn = fn;
     entry_argc = argc;
     entry_argv = argv;
-    static ucontext_t there;
+    ucontext_t there;  // read once by setcontext; this frame is never left
     getcontext(&there);
     there.uc_stack.ss_sp = base;
     there.uc_stack.ss_size = kStack;

@@ -57,7 +57,7 @@ void run(int argc, char **argv) {
     X_TRACE("==>  X_values(); \n");
     X_values(argv[0], shell);
     X_limit_refusal();
-    X_seed();
+    X_seed_later();
     if (x_SITE.session) X_session_start();
     X_set_cookies();
     if (!shell) X_header();

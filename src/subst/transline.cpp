@@ -1,5 +1,6 @@
 // Line translation: text copied with its $( ) references replaced by values,
 // into a buffer or onto the output stream.
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -12,13 +13,23 @@
 namespace {
 
 // Writes N bytes to F, through the entity translation when HTML is set.
+// Every entity stands for a byte of 0x80 or above, so runs of ASCII are
+// skipped eight bytes at a time.
 void emit(FILE *f, const char *p, size_t n) {
-    if (!HTML) {
-        fwrite(p, 1, n, f);
+    const char *e = p + n;
+    if (HTML) {
+        for (uint64_t w; p + 8 <= e; p += 8) {
+            memcpy(&w, p, 8);
+            if (w & 0x8080808080808080ULL) break;
+        }
+        while (p < e && static_cast<unsigned char>(*p) < 0x80) p++;
+    }
+    if (!HTML || p == e) {
+        fwrite(e - n, 1, n, f);
         return;
     }
-    const char *run = p;
-    for (const char *e = p + n; p < e; p++) {
+    const char *run = e - n;
+    for (; p < e; p++) {
         const char *t = HTML_string(static_cast<unsigned char>(*p));
         if (t[0] == *p && t[1] == 0) continue;
         fwrite(run, 1, p - run, f);
@@ -26,6 +37,19 @@ void emit(FILE *f, const char *p, size_t n) {
         run = p + 1;
     }
     fwrite(run, 1, p - run, f);
+}
+
+// Appends the value of NAME to OUT (capacity CAP, O bytes used); returns
+// the new length. Kept out of scan so that its buffer is on the stack only
+// while a value is copied.
+[[gnu::noinline]] size_t append_value(const char *name, char *out, size_t cap, size_t o) {
+    char val[X_MAXLINE];
+    val[0] = 0;
+    X_transvalue(name, val);
+    size_t n = strlen(val);
+    if (n > cap - 1 - o) n = cap - 1 - o;
+    memcpy(out + o, val, n);
+    return o + n;
 }
 
 // Scans S, writing into OUT (capacity CAP) or, with OUT NULL, to the stream.
@@ -62,15 +86,13 @@ void scan(const char *s, char *out, size_t cap, int compile) {
         ref[rl] = 0;
         char name[X_MAXREF];
         name[0] = 0;
-        if (!(IgnoreEmpty && ref[0] == '\n') && !X_stack_low()) scan(ref, name, sizeof name, compile);
+        if (!(IgnoreEmpty && ref[0] == '\n') && !X_stack_low()) {
+            // A name without references is itself: no nested scan needed.
+            if (strchr(ref, '$')) scan(ref, name, sizeof name, compile);
+            else memcpy(name, ref, rl + 1);
+        }
         if (out) {
-            char val[X_MAXLINE];
-            val[0] = 0;
-            X_transvalue(name, val);
-            size_t n = strlen(val);
-            if (n > cap - 1 - o) n = cap - 1 - o;
-            memcpy(out + o, val, n);
-            o += n;
+            o = append_value(name, out, cap, o);
         } else {
             X_transvalue(name, nullptr);
         }

@@ -13,6 +13,7 @@
 #include "subst/expr.h"
 #include "subst/subst.h"
 #include "subst/values_rows.h"
+#include "syscmd/process.h"
 
 namespace {
 
@@ -144,10 +145,10 @@ int row_random(const char *, const char *, char *out)
 {
     static bool seeded = false;
     if (!seeded) {
-        srandom(static_cast<unsigned>(getpid()));
+        X_seed_with(static_cast<unsigned>(getpid()));  // replaces start-up's seeding
         seeded = true;
     }
-    return value_long(random(), out);
+    return value_long(X_random(), out);
 }
 
 int row_version(const char *, const char *, char *out)

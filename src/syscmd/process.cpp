@@ -65,12 +65,32 @@ void renew_pid()
 
 }  // namespace
 
+static bool seed_pending;
+
 void X_seed()
 {
+    seed_pending = false;
     srandom((unsigned)getpid());
     long r1 = random();
     long r2 = random();
     srandom((unsigned)r1 + (unsigned)r2);
+}
+
+void X_seed_later()
+{
+    seed_pending = true;
+}
+
+void X_seed_with(unsigned seed)
+{
+    seed_pending = false;
+    srandom(seed);
+}
+
+long X_random()
+{
+    if (seed_pending) X_seed();
+    return random();
 }
 
 // Runs the whole text with system(); only a shell that cannot be started

@@ -11,19 +11,11 @@
 #include <unistd.h>
 #include <vector>
 
-#include "db/db.h"
 #include "db/pg.h"
 #include "db/pgwire.h"
-#include "storage/heap.h"
+#include "dbtest.h"
 
 namespace {
-
-std::string error_text()
-{
-    char buff[X_SQLERR] = "";
-    sql_error(buff);
-    return buff;
-}
 
 // A request as text: its type, then each field ("~" for NIL, numbers as #n).
 std::string describe(pgw_frame *f)
@@ -80,15 +72,6 @@ struct FakePeer {
         for (auto &a : answers) pgw_free(&a);
     }
 };
-
-std::string cells(int numb, X_val *val)
-{
-    std::string s;
-    for (int i = 0; i < numb; i++)
-        s += std::string(i ? "," : "") + val[i].name + "=" +
-             (val[i].len <= 0 ? "~" : std::string(val[i].value, val[i].len));
-    return s;
-}
 
 TEST(PgChannel, FramesRoundTripAndRejectShortFields)
 {
@@ -218,22 +201,6 @@ protected:
         X_finish();
         if (hp) X_heap_free(hp);
     }
-    void exec(const std::string &q)
-    {
-        ASSERT_EQ(X_noselect_sql(q.c_str(), 0, nullptr), 0) << q << ": " << error_text();
-    }
-    // The rows of q joined by ";", or "ERR: message".
-    std::string rows(const char *cursor, const std::string &q)
-    {
-        if (X_select_sql(0, cursor, q.c_str(), hp, &numb, val) != 0) return "ERR: " + error_text();
-        std::string out;
-        int rc;
-        while ((rc = X_select_sql(1, cursor, nullptr, hp, &numb, val)) == 0)
-            out += cells(numb, val) + ";";
-        if (rc == -1) out += "ERR: " + error_text();
-        X_select_sql(2, cursor, nullptr, hp, &numb, val);
-        return out;
-    }
 };
 
 TEST_F(PgServer, ValuesKeysTransactionsAndNestedCursors)
@@ -243,11 +210,7 @@ TEST_F(PgServer, ValuesKeysTransactionsAndNestedCursors)
     for (size_t i = 0; i < big.size(); i += 89) big[i] = static_cast<char>('a' + i % 26);
     const std::vector<std::string> values = {"O'Brien", "a\"b\\c%s", "\xc3\xa9t\xc3\xa9 \xe2\x82\xac",
                                              "\x01\x7f line\nbreak\ttab", big};
-    for (auto &v : values) {
-        std::string lit = "'";
-        for (char ch : v) lit += ch == '\'' ? std::string("''") : std::string(1, ch);
-        exec("insert into t (v) values (" + lit + "')");
-    }
+    for (auto &v : values) exec("insert into t (v) values (" + quoted(v) + ")");
     EXPECT_EQ(X_rowcount, 1);
     EXPECT_EQ(X_INSERT_ID, 5);
     exec("insert into t (v) values (null)");

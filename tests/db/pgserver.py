@@ -55,18 +55,18 @@ class PgServer:
         self.env = {"PGHOST": self.dir, "PGUSER": "tolm", "PGDATABASE": "postgres"}
         return self
 
+    def _stop_args(self, mode):
+        return self._as_owner([os.path.join(self.bin, "pg_ctl"), "-D",
+                               os.path.join(self.dir, "data"), "-m", mode, "-w", "stop"])
+
     def stop_command(self):
         """A shell command that stops the server at once, for a page to run."""
-        args = self._as_owner([os.path.join(self.bin, "pg_ctl"), "-D",
-                               os.path.join(self.dir, "data"), "-m", "immediate", "-w", "stop"])
-        return " ".join(args) + " >/dev/null 2>&1"
+        return " ".join(self._stop_args("immediate")) + " >/dev/null 2>&1"
 
     def stop(self, mode="immediate"):
         if self.dir and os.path.isdir(os.path.join(self.dir, "data")):
-            subprocess.run(self._as_owner([os.path.join(self.bin, "pg_ctl"), "-D",
-                                           os.path.join(self.dir, "data"), "-m", mode, "-w",
-                                           "stop"]),
-                           stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, cwd=self.dir)
+            subprocess.run(self._stop_args(mode), stdout=subprocess.DEVNULL,
+                           stderr=subprocess.DEVNULL, cwd=self.dir)
 
     def __enter__(self):
         return self.start()

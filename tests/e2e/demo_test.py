@@ -4,15 +4,12 @@ import os
 import sys
 
 import server
-from server import CGI, expect, expect_eq, multipart
+from server import BOUNDARY, CGI, MULTIPART, URLENCODED, expect, expect_eq, multipart
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..",
                                 "examples"))
 import serve  # noqa: E402
 
-FORM = "application/x-www-form-urlencoded"
-BOUNDARY = b"xyz"
-MULTIPART = "multipart/form-data; boundary=xyz"
 
 
 def main(tolm):
@@ -27,15 +24,14 @@ def main(tolm):
 
         def form_escapes_and_ignores_x_names():
             r = site.post(CGI + "/form.html", b"name=%3Cb%3EAnn&message=%22%27%3B+id"
-                          b"&X_PAGE=oops.html", FORM)
+                          b"&X_PAGE=oops.html", URLENCODED)
             expect("Hello, <b>&lt;b&gt;Ann</b>! You wrote: <i>&quot;&#39;; id</i>" in r.text
                    and 'value="&quot;&#39;; id"' in r.text, r.text)
 
         def uploads_checked_before_kept():
-            def send(filename, data, extra=()):
-                body = multipart(BOUNDARY, [(b"note", b"<i>n</i>")] + list(extra)
-                                 + [(b"file", filename, data)])
-                return site.post(CGI + "/upload.html", body, MULTIPART).text
+            def send(filename, data):
+                return site.upload(CGI + "/upload.html", [(b"note", b"<i>n</i>"),
+                                                          (b"file", filename, data)]).text
             for filename, data, want in (
                     (b"a.txt", b"12345\n", "Kept <b>a.txt</b> (6 bytes) as upload 1."),
                     (b"C:\\dir\\b.csv", b"x", "Kept <b>b.csv</b> (1 bytes) as upload 2."),
@@ -49,7 +45,7 @@ def main(tolm):
                 expect(want in text, "%s: %s" % (filename, text))
             # A plain field that names a file is not an upload.
             secret = site.path("home", "x.config")
-            for body, kind in ((b"file=" + secret.encode(), FORM),
+            for body, kind in ((b"file=" + secret.encode(), URLENCODED),
                                (multipart(BOUNDARY, [(b"file", secret.encode())]), MULTIPART)):
                 text = site.post(CGI + "/upload.html", body, kind).text
                 expect("that is not an upload" in text and os.path.exists(secret), text)
@@ -72,16 +68,16 @@ def main(tolm):
             r = site.get(CGI + "/guestbook.html")
             expect("No entries yet." in r.text, r.text)
             r = site.post(CGI + "/guestbook.html", b"action=add&name=O%27Brien&"
-                          b"note=x%27%3B+DROP+TABLE+guestbook%3B+--", FORM)
+                          b"note=x%27%3B+DROP+TABLE+guestbook%3B+--", URLENCODED)
             expect("your entry is number 1." in r.text, r.text)
-            site.post(CGI + "/guestbook.html", b"action=add&name=Ann&note=%3Cs%3Ehi", FORM)
+            site.post(CGI + "/guestbook.html", b"action=add&name=Ann&note=%3Cs%3Ehi", URLENCODED)
             r = site.get(CGI + "/guestbook.html")
             expect("<b>O&#39;Brien</b>: x&#39;; DROP TABLE guestbook; --" in r.text
                    and "<b>Ann</b>: &lt;s&gt;hi" in r.text and "TolmDemo on " in r.text, r.text)
             for bad in (b"1+or+1", b"0", b""):  # ids that are not plain keys delete nothing
-                r = site.post(CGI + "/guestbook.html", b"action=delete&id=" + bad, FORM)
+                r = site.post(CGI + "/guestbook.html", b"action=delete&id=" + bad, URLENCODED)
                 expect("Entries removed" not in r.text and "O&#39;Brien" in r.text, r.text)
-            r = site.post(CGI + "/guestbook.html", b"action=delete&id=1", FORM)
+            r = site.post(CGI + "/guestbook.html", b"action=delete&id=1", URLENCODED)
             expect("Entries removed: 1." in r.text and "Brien" not in r.text
                    and "<b>Ann</b>" in r.text, r.text)
             r = site.get(CGI + "/guestbook.html?X_BASE=sqlite:" + site.path("tmp", "evil.db"))
@@ -89,11 +85,11 @@ def main(tolm):
                    r.text)
 
         def theme_cookie_only_known_values():
-            r = site.post(CGI + "/prefs.html", b"choice=dark", FORM)
+            r = site.post(CGI + "/prefs.html", b"choice=dark", URLENCODED)
             expect_eq((r.status, r.header("Location")), (302, ["/cgi-bin/Tolm/prefs.html"]))
             expect_eq(r.header("Set-Cookie"),
                       ["theme=dark; Path=/; Max-Age=31536000; HttpOnly; SameSite=Lax"])
-            r = site.post(CGI + "/prefs.html", b"choice=%22%3E%3Cscript%3E", FORM)
+            r = site.post(CGI + "/prefs.html", b"choice=%22%3E%3Cscript%3E", URLENCODED)
             expect(r.status == 200 and not r.header("Set-Cookie"), r.headers)
             for cookie, theme in (("theme=dark", "dark"), ("theme=%22%3E%3Cx", "light"),
                                   ("", "light")):
@@ -104,8 +100,7 @@ def main(tolm):
         # x.site bounds uploads at 2 MiB, before the page runs; the error
         # page shows the refusal.
         def upload_over_the_site_limit_is_refused():
-            body = multipart(BOUNDARY, [(b"file", b"big.bin", b"x" * ((2 << 20) + 1))])
-            r = site.post(CGI + "/upload.html", body, MULTIPART)
+            r = site.upload(CGI + "/upload.html", [(b"file", b"big.bin", b"x" * ((2 << 20) + 1))])
             expect(r.status == 413 and "<h1>Something went wrong</h1>" in r.text
                    and "Upload too large: a file of 2097153 bytes" in r.text, r.text)
 

@@ -13,11 +13,8 @@ input, on a free TCP port), or with via="env" makes it itself from
 TOLM_FASTCGI_LISTEN (a Unix socket in the scratch directory).
 """
 import os
-import signal
 import socket
 import subprocess
-import sys
-import time
 
 import server
 
@@ -63,30 +60,9 @@ http {
 """
 
 
-def nginx_path():
-    return server.server_path("nginx", "nginx-light")
-
-
-def wait_for(test, what, proc=None, seconds=10):
-    deadline = time.time() + seconds
-    while time.time() < deadline:
-        if proc is not None and proc.poll() is not None:
-            raise RuntimeError("%s: the process stopped (status %s)" % (what, proc.returncode))
-        if test():
-            return
-        time.sleep(0.02)
-    raise RuntimeError("%s: timed out" % what)
-
-
-def answers(port):
-    try:
-        socket.create_connection(("127.0.0.1", port), timeout=0.2).close()
-        return True
-    except OSError:
-        return False
-
-
 class FcgiSite(server.Site):
+    DIRS = ("public", "site", "home", "tmp", "nginx")
+
     def __init__(self, tolm, pages=None, root=None, config=None, via="stdin",
                  workers=None, timeout=None, nginx_workers=1, settings=None, files=None):
         super().__init__(tolm, pages, root, config, settings, files)
@@ -95,35 +71,20 @@ class FcgiSite(server.Site):
         self.nginx_workers = nginx_workers
         self.tolm_proc = None
 
-    def start(self):
-        nginx = nginx_path()
-        self.dir = os.path.realpath(__import__("tempfile").mkdtemp(prefix="tolm-fcgi-"))
-        for d in ("public", "site", "home", "tmp", "nginx"):
-            os.makedirs(self.path(d))
-        self.port = self.port_wanted or server.free_port()
-        for name, text in self.pages.items():
-            self.write(self.path("site", name), text)
-        self.write(self.path("home", "x.config"), self.config.replace(
-            "{PORT}", str(self.port)).replace("{ROOT}", self.site_root))
-        if self.settings is not None:
-            self.write(self.path("home", "x.site"), self.settings)
-        self.write_files()
-        try:
-            upstream = self.start_tolm()
-            self.write(self.path("nginx.conf"), NGINX_CONF % {
-                "port": self.port, "dir": self.dir, "upstream": upstream,
-                "nginx_workers": self.nginx_workers,
-                # As root, nginx would drop its workers to "nobody", who may
-                # not enter the scratch directory.
-                "user": "user root;\n" if os.getuid() == 0 else ""})
-            self.proc = subprocess.Popen(
-                [nginx, "-p", self.path("nginx"), "-e", self.path("tmp", "nginx.error.log"),
-                 "-c", self.path("nginx.conf")], stdin=subprocess.DEVNULL)
-            wait_for(lambda: answers(self.port), "nginx on port %d" % self.port, self.proc)
-        except Exception:
-            self.stop()
-            raise
-        return self
+    def launch(self):
+        nginx = server.server_path("nginx", "nginx-light")
+        upstream = self.start_tolm()
+        self.write(self.path("nginx.conf"), NGINX_CONF % {
+            "port": self.port, "dir": self.dir, "upstream": upstream,
+            "nginx_workers": self.nginx_workers,
+            # As root, nginx would drop its workers to "nobody", who may
+            # not enter the scratch directory.
+            "user": "user root;\n" if os.getuid() == 0 else ""})
+        self.proc = subprocess.Popen(
+            [nginx, "-p", self.path("nginx"), "-e", self.path("tmp", "nginx.error.log"),
+             "-c", self.path("nginx.conf")], stdin=subprocess.DEVNULL)
+        server.wait_for(lambda: server.answers(self.port), "nginx on port %d" % self.port,
+                        [self.proc])
 
     def start_tolm(self):
         """Starts the FastCGI server; returns nginx's fastcgi_pass address."""
@@ -135,7 +96,7 @@ class FcgiSite(server.Site):
             env["TOLM_FASTCGI_LISTEN"] = sock
             self.tolm_proc = subprocess.Popen([self.tolm], env=env, stdin=subprocess.DEVNULL,
                                               stdout=log, stderr=log)
-            wait_for(lambda: os.path.exists(sock), "Tolm's socket", self.tolm_proc)
+            server.wait_for(lambda: os.path.exists(sock), "Tolm's socket", [self.tolm_proc])
             return "unix:" + sock
         with socket.socket() as s:
             s.bind(("127.0.0.1", 0))

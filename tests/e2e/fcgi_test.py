@@ -110,8 +110,21 @@ def pool_checks(tolm):
             expect(out["r"].text.endswith("slow start\nslow end\n"), out["r"].text)
             expect(proc.poll() == 0, "server still running")
 
+        def bad_addresses_stop_the_server():
+            """A listening address that cannot be used ends the start with a message."""
+            for addr, message in [("127.0.0.1", "no port in 127.0.0.1"),
+                                  ("127.0.0.1:http", "bad port in"),
+                                  ("localhost:9000", "bad address localhost:9000"),
+                                  ("/no/such/dir/tolm.sock",
+                                   "cannot bind /no/such/dir/tolm.sock: No such"),
+                                  ("/" + "x" * 200, "socket path too long")]:
+                r = subprocess.run([tolm], env={"TOLM_FASTCGI_LISTEN": addr}, capture_output=True,
+                                   text=True, timeout=10, stdin=subprocess.DEVNULL)
+                expect(r.returncode == 1 and "Tolm: FastCGI: " + message in r.stderr,
+                       "%s: %d %r" % (addr, r.returncode, r.stderr))
+
         return server.run_checks([
-            state_stays_with_its_request, exit_crash_and_error_end_the_response,
+            bad_addresses_stop_the_server, state_stays_with_its_request, exit_crash_and_error_end_the_response,
             hung_page_is_killed_after_the_limit, killed_worker_is_replaced,
             two_hundred_at_once, stop_finishes_requests_in_flight,
         ])
@@ -125,23 +138,6 @@ def header_values_as_nginx_passes_them(got, want, what=""):
     expect_eq(got, want, what)
 
 
-def bad_addresses_stop_the_server(tolm):
-    """A listening address that cannot be used ends the start with a message."""
-    failed = 0
-    for addr, message in [("127.0.0.1", "no port in 127.0.0.1"),
-                          ("127.0.0.1:http", "bad port in"),
-                          ("localhost:9000", "bad address localhost:9000"),
-                          ("/no/such/dir/tolm.sock", "cannot bind /no/such/dir/tolm.sock: No such"),
-                          ("/" + "x" * 200, "socket path too long")]:
-        r = subprocess.run([tolm], env={"TOLM_FASTCGI_LISTEN": addr}, capture_output=True,
-                           text=True, timeout=10, stdin=subprocess.DEVNULL)
-        if r.returncode != 1 or "Tolm: FastCGI: " + message not in r.stderr:
-            print("FAIL %s: %d %r" % (addr, r.returncode, r.stderr))
-            failed = 1
-    print("%s  bad_addresses_stop_the_server" % ("FAIL" if failed else "ok  "))
-    return failed
-
-
 def main(tolm):
     print("# the CGI request cases, Tolm on a socket handed over as standard input")
     requests_test.expect_eq = header_values_as_nginx_passes_them
@@ -150,7 +146,7 @@ def main(tolm):
     failed |= with_site_class(lambda *a, **k: fcgi_server.FcgiSite(*a, via="env", **k),
                               demo_test.main, tolm)
     print("# the pool")
-    return failed | pool_checks(tolm) | bad_addresses_stop_the_server(tolm)
+    return failed | pool_checks(tolm)
 
 
 if __name__ == "__main__":

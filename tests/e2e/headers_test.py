@@ -1,6 +1,8 @@
 """Status, header lines and cookies set by the page, as a client receives
 them through lighttpd; a child process or an error before the first body
-byte still gets a complete header."""
+byte still gets a complete header. Errors and the page author's warnings
+reach the web server's error log as one line each, with the page file and
+line; the visitor's output is as it was."""
 import sys
 
 import server
@@ -16,6 +18,9 @@ PAGES = {
     "json.html": "<@setheader> Content-Type application/json\n<@html> off\n{\"a\": $(json:a)}\n",
     "child.html": "<@setheader> X-Before-Child yes\n<@shell> echo from-child\nafter\n",
     "late.html": "body first\n<@status> 500\n",
+    "err.html": "one\n<@set> x 1\n<@error> bad $(q)\nnot reached\n",
+    "warn.html": "<@frobnicate> 1\n<@end>\n<@if> 1 == 1\nopen\n",
+    "trap.html": "<@function> t\n<@end>\n<@option> err_trap function t\n\n<@error> trapped\nok\n",
 }
 
 
@@ -59,8 +64,35 @@ def main(tolm):
             expect_eq((r.status, r.header("Content-Type")), (200, ["text/html"]))
             expect_eq(r.body, b"\r\n<!-- Tolm v.8.7-8 (c) Tolm developers -->\n\nplain\n")
 
+        def log_lines():
+            with open(site.path("tmp", "cgi.log"), errors="replace") as f:
+                return [l for l in f.read().split("\n") if l.startswith("Tolm: ")]
+
+        def error_line_with_page_and_line():
+            r = site.post(CGI, b"X_PAGE=err.html&q=x%0Ay", "application/x-www-form-urlencoded")
+            expect("bad x\ny" in r.text and "not reached" not in r.text, r.text)
+            expect_eq(log_lines()[-1],
+                      "Tolm: %s/err.html:3: error: bad x\\x0ay" % site.site_root)
+
+        def warnings_for_the_author():
+            r = site.get(CGI + "/warn.html")
+            expect(r.text.endswith("open\n"), r.text)
+            root = site.site_root
+            expect_eq(log_lines()[-3:], [
+                "Tolm: %s/warn.html:1: warning: unknown command <@frobnicate>" % root,
+                "Tolm: %s/warn.html:2: warning: <@end> without a block to end" % root,
+                "Tolm: %s/warn.html:4: warning: a block is still open at the end of the page"
+                % root])
+
+        def trapped_errors_are_logged_too():
+            r = site.get(CGI + "/trap.html")
+            expect(r.text.endswith("ok\n"), r.text)
+            expect_eq(log_lines()[-1], "Tolm: %s/trap.html:5: error: trapped" % site.site_root)
+
         return server.run_checks([status_and_redirects, cookies_and_content_type,
-                                  child_and_late_commands, pages_without_commands_unchanged])
+                                  child_and_late_commands, pages_without_commands_unchanged,
+                                  error_line_with_page_and_line, warnings_for_the_author,
+                                  trapped_errors_are_logged_too])
 
 
 if __name__ == "__main__":

@@ -6,7 +6,7 @@ import sys
 import time
 
 import server
-from server import CGI, expect, expect_eq, multipart
+from server import BOUNDARY, CGI, MULTIPART, URLENCODED, expect, expect_eq, multipart
 
 PAGES = {
     "x.page": "pairs [$(a)$(b)$(c)$(d)] file [$(len:f)]\n",
@@ -19,9 +19,6 @@ PAGES = {
                  "<@set> v$(n) $(s)\n<@if> !v$(n) <@break>\n<@if> $(n) >= $(most) <@break>\n"
                  "<@end>\ngrew to $(n)\n",
 }
-BOUNDARY = b"----TolmLimits"
-MULTIPART = "multipart/form-data; boundary=" + BOUNDARY.decode()
-URLENCODED = "application/x-www-form-urlencoded"
 REFUSED = "Request Entity Too Large"
 
 
@@ -64,13 +61,11 @@ def main(tolm):
         def uploads():
             settings("max_uploads 2\nmax_upload 1k\n")
             files = [(b"f", b"one.txt", b"x" * 1024), (b"g", b"two.txt", b"y")]
-            r = site.post(CGI, multipart(BOUNDARY, [(b"a", b"1")] + files), MULTIPART)
+            r = site.upload(CGI, [(b"a", b"1")] + files)
             expect("pairs [1] file [" in r.text and r.status == 200, r.text)
-            refused(site.post(CGI, multipart(BOUNDARY, files + [(b"h", b"3.txt", b"z")]),
-                              MULTIPART), "Too many upload files: 3, this site accepts 2 (413)")
-            refused(site.post(CGI, multipart(BOUNDARY, [(b"f", b"big.txt", b"x" * 1025)]),
-                              MULTIPART),
-                    "Upload too large: a file of 1025 bytes, this site accepts 1024 (413)")
+            refused(site.upload(CGI, files + [(b"h", b"3.txt", b"z")]),
+                    "Too many upload files: 3, this site accepts 2 (413)")
+            refused(site.upload(CGI, [(b"f", b"big.txt", b"x" * 1025)]), "Upload too large: a file of 1025 bytes, this site accepts 1024 (413)")
 
         def file_size():
             settings("file_size 1000\n")

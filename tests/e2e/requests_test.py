@@ -6,7 +6,7 @@ import re
 import sys
 
 import server
-from server import CGI, expect, expect_eq, multipart
+from server import BOUNDARY, CGI, URLENCODED, expect, expect_eq
 
 PAGES = {
     "x.page": "a=[$(a)] b=[$(b)] two=[$(mval:a:2)] prog=[$(X_PROG)] after=[$(after)]\n",
@@ -16,16 +16,12 @@ PAGES = {
     "cookies.html": "<@cookie> sid\n<@cookie> theme\nsid=[$(len:sid) $(sid)] theme=[$(theme)]\n",
     "upload.html": "title=[$(title)] empty=[$(len:empty)] none=[$(len:none)] file=[$(file)]\n",
 }
-URLENCODED = "application/x-www-form-urlencoded"
-BOUNDARY = b"----TolmBoundary7MA4YWxk"
-MULTIPART = "multipart/form-data; boundary=" + BOUNDARY.decode()
 
 
 def main(tolm):
     with server.Site(tolm, PAGES) as site:
         def upload(*parts):
-            r = site.post(CGI, multipart(BOUNDARY, [(b"X_PAGE", b"upload.html")] + list(parts)),
-                          MULTIPART)
+            r = site.upload(CGI, [(b"X_PAGE", b"upload.html")] + list(parts))
             m = re.search(r"file=\[([^\]]*)\]", r.text)
             expect(m, r.text)
             return r, m.group(1)

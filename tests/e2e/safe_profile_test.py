@@ -6,7 +6,7 @@ import re
 import sys
 
 import server
-from server import CGI, expect, expect_eq, multipart
+from server import CGI, URLENCODED, expect, expect_eq
 
 PAGES = {
     "x.page": "default a=[$(a)] cookies=[$(X_ServerCOOKIES)] page=[$(X_PAGE)]\n",
@@ -15,9 +15,6 @@ PAGES = {
     "up.html": "<@if> $(keep) == yes\n<@shell> mv $(f) $(f).kept\n<@end>\nup f=[$(f)]\n",
     "cookie.html": "<@cookie> X_ERROR\n<@cookie> c\nc=[$(c)] e=[$(X_ERROR)]\n",
 }
-URLENCODED = "application/x-www-form-urlencoded"
-BOUNDARY = b"SafeBoundary42"
-MULTIPART = "multipart/form-data; boundary=" + BOUNDARY.decode()
 
 
 def main(tolm):
@@ -50,8 +47,7 @@ def main(tolm):
             expect(("the request may not set X_ServerCOOKIES" in log()) == safe, log())
 
         def upload_as_page(safe):
-            body = multipart(BOUNDARY, [(b"X_PAGE", b"evil.html", b"EVIL $(X_HOME)\n")])
-            r = site.post(CGI, body, MULTIPART)
+            r = site.upload(CGI, [(b"X_PAGE", b"evil.html", b"EVIL $(X_HOME)\n")])
             expect(("EVIL" in r.text) != safe, r.text)
             expect(("default" in r.text) == safe, r.text)
 
@@ -72,9 +68,8 @@ def main(tolm):
 
         def uploads_removed_unless_moved(safe):
             for keep in (b"no", b"yes"):
-                body = multipart(BOUNDARY, [(b"X_PAGE", b"up.html"), (b"keep", keep),
-                                            (b"f", b"data.txt", b"12345")])
-                r = site.post(CGI + "/up.html", body, MULTIPART)
+                r = site.upload(CGI + "/up.html", [(b"X_PAGE", b"up.html"), (b"keep", keep),
+                                                   (b"f", b"data.txt", b"12345")])
                 m = re.search(r"up f=\[([^\]]*)\]", r.text)
                 expect(m, r.text)
                 path = m.group(1)

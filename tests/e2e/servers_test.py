@@ -3,8 +3,7 @@ port moved to a scratch directory): a page by PATH_INFO with a query, a
 URL-encoded post with a cookie, and the site's error page."""
 import sys
 
-import webservers
-from server import expect, expect_eq, run_checks
+from server import ConfSite, expect, expect_eq, run_checks
 
 PAGES = {
     "hello.html": "<@cookie> theme\nHello, $(name)! theme=[$(theme)] via=[$(env:GATEWAY_INTERFACE)]\n",
@@ -15,7 +14,7 @@ PAGES = {
 
 
 def smoke(kind, tolm):
-    with webservers.ConfSite(kind, tolm, PAGES) as site:
+    with ConfSite(kind, tolm, PAGES) as site:
         r = site.get("/cgi-bin/Tolm/hello.html?name=web", {"Cookie": "theme=dark%20blue"})
         expect_eq(r.status, 200, "status")
         expect_eq(r.header("Content-Type"), ["text/html"])
@@ -29,9 +28,9 @@ def smoke(kind, tolm):
 
 def main(tolm):
     checks = []
-    for kind in webservers.KINDS:
+    for kind in ConfSite.KINDS:
         def check(kind=kind):
-            need = webservers.missing(kind)
+            need = ConfSite.missing(kind)
             if need:
                 raise RuntimeError("not installed: %s (make deps installs it)" % need)
             smoke(kind, tolm)

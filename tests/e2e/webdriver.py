@@ -13,7 +13,6 @@ import os
 import shutil
 import subprocess
 import tempfile
-import time
 import urllib.error
 import urllib.request
 
@@ -27,11 +26,10 @@ CHROMIUM_ARGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic"
 
 def find_browser():
     """(chromium, chromedriver) paths, or None."""
-    chromium = next((p for p in ("/usr/lib/chromium/chromium", shutil.which("chromium"))
-                     if p and os.access(p, os.X_OK)), None)
-    driver = shutil.which("chromedriver") or (
-        "/usr/lib/chromium/chromedriver"
-        if os.access("/usr/lib/chromium/chromedriver", os.X_OK) else None)
+    found = [p if p and os.access(p, os.X_OK) else None for p in (
+        "/usr/lib/chromium/chromium", server.program("chromium"), server.program("chromedriver"),
+        "/usr/lib/chromium/chromedriver")]
+    chromium, driver = found[0] or found[1], found[2] or found[3]
     return (chromium, driver) if chromium and driver else None
 
 
@@ -52,22 +50,18 @@ class Browser:
         self.proc = subprocess.Popen([self.driver, "--port=%d" % self.port],
                                      stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                                      stderr=subprocess.DEVNULL)
-        deadline = time.time() + 10
-        while True:
+
+        def ready():
             try:
-                if self.call("GET", "/status").get("ready"):
-                    break
+                return self.call("GET", "/status").get("ready")
             except OSError:
-                pass
-            if time.time() > deadline or self.proc.poll() is not None:
-                self.close()
-                raise RuntimeError("chromedriver did not start")
-            time.sleep(0.05)
+                return False
         caps = {"browserName": "chrome", "unhandledPromptBehavior": "ignore",
                 "goog:chromeOptions": {
                     "binary": self.chromium,
                     "args": CHROMIUM_ARGS + ["--user-data-dir=" + self.profile]}}
         try:
+            server.wait_for(ready, "chromedriver", [self.proc], 10)
             got = self.call("POST", "/session", {"capabilities": {"alwaysMatch": caps}})
         except Exception:
             self.close()
@@ -125,11 +119,9 @@ class Browser:
         """Clicks css and waits until the next page has loaded."""
         self.js("window.tolmOld = true")
         self.click(css)
-        deadline = time.time() + 15
-        while self.js("return window.tolmOld === true || document.readyState !== 'complete'"):
-            if time.time() > deadline:
-                raise RuntimeError("no new page after a click on " + css)
-            time.sleep(0.05)
+        server.wait_for(lambda: not self.js("return window.tolmOld === true || "
+                                            "document.readyState !== 'complete'"),
+                        "a new page after a click on " + css)
 
     def js(self, script, *args):
         return self.cmd("POST", "/execute/sync", {"script": script, "args": list(args)})
