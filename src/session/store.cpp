@@ -49,6 +49,8 @@ const char *const SQL[NSQL] = {
     "INSERT INTO tolm_sessions (sid, created, seen, token) VALUES (?1, ?2, ?3, ?4)",
     "UPDATE tolm_sessions SET seen = ?2 WHERE sid = ?1",
     "UPDATE tolm_sessions SET seen = ?2, token = ?3 WHERE sid = ?1",
+    // PostgreSQL looks the session up; SQLite skips the statement instead
+    // when the transaction did not find the session's row (SQLITE_PUT).
     "INSERT INTO tolm_session_vars (sid, name, value) SELECT ?1, ?2, ?3 WHERE EXISTS "
     "(SELECT 1 FROM tolm_sessions WHERE sid = ?1) "
     "ON CONFLICT (sid, name) DO UPDATE SET value = excluded.value",
@@ -66,6 +68,9 @@ const char *const SQL[NSQL] = {
     "ROLLBACK",
 };
 
+const char *SQLITE_PUT = "REPLACE INTO tolm_session_vars (sid, name, value) VALUES (?1, ?2, ?3)";
+constexpr int PUT = static_cast<int>(X_SSQL::PUT);
+
 // ---- The store's state ----------------------------------------------------
 sqlite3 *db;                // the own SQLite connection, null when closed
 pid_t owner;                // the process that opened db
@@ -74,6 +79,7 @@ int wal_pages;              // pages in db's log after its last commit
 const X_backend *be;        // PostgreSQL: the back end while connected
 X_sbuf tx;                  // PostgreSQL: the open transaction's text
 bool broken;                // SQLite: a statement of the transaction failed
+char found[X_SID_LEN + 1];  // SQLite: the session whose row the transaction made or touched
 char why[X_SQLERR];         // the last failure
 int saved_rowcount;         // the page's database results, kept across a use
 long saved_insert_id;
@@ -175,7 +181,8 @@ int make_tables() {
 sqlite3_stmt *prepare(int i) {
     if (stmt[i]) return stmt[i];
     for (int tries = 0; tries < 2; tries++) {
-        if (sqlite3_prepare_v3(db, SQL[i], -1, SQLITE_PREPARE_PERSISTENT, &stmt[i], nullptr) ==
+        const char *sql = i == PUT ? SQLITE_PUT : SQL[i];
+        if (sqlite3_prepare_v3(db, sql, -1, SQLITE_PREPARE_PERSISTENT, &stmt[i], nullptr) ==
             SQLITE_OK)
             return stmt[i];
         fail_db();
@@ -206,6 +213,20 @@ int step_sqlite(int i, std::initializer_list<X_sarg> args) {
     if (rc != SQLITE_DONE) fail_db();
     sqlite3_reset(st);
     return rc == SQLITE_DONE ? 0 : -1;
+}
+
+// Runs a statement of the open transaction; PUT only for the session whose
+// row was found.
+int run_sqlite(X_SSQL which, std::initializer_list<X_sarg> args) {
+    const char *sid = args.size() ? args.begin()->text : nullptr;
+    if (which == X_SSQL::PUT && (!sid || strcmp(sid, found))) return 0;  // the session is gone
+    if (step_sqlite(static_cast<int>(which), args) != 0) {
+        broken = true;
+        return -1;
+    }
+    bool row = which == X_SSQL::NEW || which == X_SSQL::TOUCH || which == X_SSQL::TOUCH_TOKEN;
+    if (row && sid && sqlite3_changes(db) > 0) snprintf(found, sizeof found, "%s", sid);
+    return 0;
 }
 
 int load_sqlite(const char *sid, void (*row)(void *, int, X_val *), void *ctx) {
@@ -350,6 +371,7 @@ int X_sstore_load(const char *sid, void (*row)(void *, int, X_val *), void *ctx)
 int X_sstore_begin() {
     if (X_sstore_open() != 0) return -1;
     broken = false;
+    found[0] = '\0';
     if (!be) return step_sqlite(BEGIN, {});
     tx.len = 0;
     X_sbuf_str(&tx, "BEGIN;");
@@ -358,11 +380,7 @@ int X_sstore_begin() {
 
 int X_sstore_run(X_SSQL which, std::initializer_list<X_sarg> args) {
     if (!db && !be) return fail("the session store is not open");
-    if (!be) {
-        if (step_sqlite(static_cast<int>(which), args) == 0) return 0;
-        broken = true;
-        return -1;
-    }
+    if (!be) return run_sqlite(which, args);
     pg_text(&tx, static_cast<int>(which), args);
     X_sbuf_add(&tx, ";", 1);
     return 0;

@@ -21,7 +21,8 @@ enum class X_SSQL {
     NEW,          // sid, created, seen, token
     TOUCH,        // sid, seen
     TOUCH_TOKEN,  // sid, seen, token
-    PUT,          // sid, name, value: made or replaced, while the session exists
+    PUT,          // sid, name, value: made or replaced while the session exists; the
+                  // transaction makes or touches the session's row first (NEW, TOUCH)
     DEL,          // sid, name
     DROP_VARS,    // sid
     DROP,         // sid

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <set>
+#include <sqlite3.h>
 #include <string>
 #include <sys/stat.h>
 #include <vector>
@@ -152,17 +153,31 @@ TEST_F(SessionVars, StoreKeepsThePagesResultsAndCommitsWhole) {
     EXPECT_EQ(X_sstore_run(X_SSQL::PUT, {{"nobody", 0}, {"S_a", 0}, {"lost", 0}}), 0);
     ASSERT_EQ(X_sstore_commit(), 0) << X_sstore_error();
     ASSERT_EQ(X_sstore_begin(), 0);
+    EXPECT_EQ(X_sstore_run(X_SSQL::TOUCH, {{"s", 0}, {nullptr, 5}}), 0);
     EXPECT_EQ(X_sstore_run(X_SSQL::PUT, {{"s", 0}, {"S_b", 0}, {"z", 0}}), 0);
     EXPECT_NE(X_sstore_run(X_SSQL::NEW, {{"s", 0}, {nullptr, 1}, {nullptr, 2}, {"t", 0}}), 0);
-    EXPECT_NE(X_sstore_commit(), 0);  // S_b goes with the failed statement
+    EXPECT_NE(X_sstore_commit(), 0);  // the touch and S_b go with the failed statement
     EXPECT_NE(std::string(X_sstore_error()).find("UNIQUE"), std::string::npos) << X_sstore_error();
     X_sstore_close();
     ASSERT_EQ(X_sstore_load("s", row, &got), 0) << X_sstore_error();  // opened again
     EXPECT_EQ(got, "1;2;t;S_a;x&y;");
-    got.clear();
-    ASSERT_EQ(X_sstore_load("nobody", row, &got), 0);
-    EXPECT_EQ(got, "");
     X_sstore_close();
+    // A session ended meanwhile gets no variables: its row is not found.
+    ASSERT_EQ(X_sstore_begin(), 0);
+    EXPECT_EQ(X_sstore_run(X_SSQL::TOUCH, {{"gone", 0}, {nullptr, 3}}), 0);
+    EXPECT_EQ(X_sstore_run(X_SSQL::PUT, {{"gone", 0}, {"S_a", 0}, {"lost", 0}}), 0);
+    ASSERT_EQ(X_sstore_commit(), 0) << X_sstore_error();
+    X_sstore_close();
+    sqlite3 *db;
+    sqlite3_stmt *st;
+    std::string file = std::string(dir) + "/sessions-shell_00.db";
+    ASSERT_EQ(sqlite3_open(file.c_str(), &db), SQLITE_OK);
+    ASSERT_EQ(sqlite3_prepare_v2(db, "SELECT group_concat(sid) FROM tolm_session_vars", -1, &st,
+                                 nullptr), SQLITE_OK);
+    ASSERT_EQ(sqlite3_step(st), SQLITE_ROW);
+    EXPECT_STREQ(reinterpret_cast<const char *>(sqlite3_column_text(st, 0)), "s");
+    sqlite3_finalize(st);
+    sqlite3_close(db);
     EXPECT_EQ(X_rowcount, 7);
     EXPECT_EQ(X_INSERT_ID, 9);
     X_HOME = home;
@@ -194,6 +209,7 @@ TEST_F(SessionVars, StoreLeavesThePagesConnectionAloneAndItsLogShort) {
     for (int run = 0; run < 60; run++) {  // one write per run, as requests do
         std::string v = std::to_string(run);
         ASSERT_EQ(X_sstore_begin(), 0) << X_sstore_error();
+        ASSERT_EQ(X_sstore_run(X_SSQL::TOUCH, {{"s", 0}, {nullptr, run}}), 0);
         ASSERT_EQ(X_sstore_run(X_SSQL::PUT, {{"s", 0}, {"S_n", 0}, {v.c_str(), 0}}), 0);
         ASSERT_EQ(X_sstore_commit(), 0) << X_sstore_error();
         X_sstore_close();
