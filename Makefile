@@ -112,6 +112,7 @@ demo: run-deps build
 
 bench: build run-deps bench-deps
 	for b in $(BUILD)/bench/bench_*; do $$b --benchmark_min_time=0.2; done
+	python3 bench/session_run.py $(BUILD)/Tolm
 	python3 bench/sql_walk.py $(BUILD)/Tolm
 	python3 bench/pg_request.py $(BUILD)/Tolm $(BUILD)/bench/pg_one
 	python3 bench/web.py $(BUILD)/Tolm

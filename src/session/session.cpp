@@ -17,12 +17,8 @@
 
 namespace {
 
-constexpr int GC_ROWS = 20;  // expired sessions a new session removes at most
-
-// SQLite: a commit need not wait for the disk (a crash may lose the last
-// changes of a session, never the database), and the write lock is taken
-// at once, so that two writers never deadlock upgrading a read lock.
-constexpr const char *SQLITE_BEGIN = "PRAGMA synchronous=NORMAL; BEGIN IMMEDIATE;";
+constexpr int GC_EVERY = 8;   // one new session in this many removes expired ones
+constexpr int GC_ROWS = 50;   // expired sessions it removes at most
 
 // What the run loaded of one variable, to see at the end what changed.
 struct Loaded {
@@ -92,20 +88,6 @@ void remember(const char *name, const char *text) {
     s.loaded[s.nloaded++] = {strdup(name), strdup(text), false};
 }
 
-// Appends the SQL string literal of text (quotes doubled, though ids and
-// stored texts hold none).
-void lit(X_sbuf *b, const char *text) {
-    X_sbuf_add(b, "'", 1);
-    for (const char *p = text; *p; ++p) X_sbuf_add(b, *p == '\'' ? "''" : p, *p == '\'' ? 2 : 1);
-    X_sbuf_add(b, "'", 1);
-}
-
-void num(X_sbuf *b, long n) {
-    char t[32];
-    snprintf(t, sizeof t, "%ld", n);
-    X_sbuf_str(b, t);
-}
-
 // ---- Loading ---------------------------------------------------------------
 struct Found {
     bool any;
@@ -135,35 +117,28 @@ bool expired(long created, long seen, long t) {
     return t - seen > x_SITE.session_idle || t - created > x_SITE.session_life;
 }
 
-void drop_sql(X_sbuf *b, const char *sid) {
-    X_sbuf_str(b, "DELETE FROM tolm_session_vars WHERE sid = ");
-    lit(b, sid);
-    X_sbuf_str(b, "; DELETE FROM tolm_sessions WHERE sid = ");
-    lit(b, sid);
-    X_sbuf_str(b, ";");
+// Removes the stored session SID and its variables, in the open
+// transaction.
+void drop(const char *sid) {
+    X_sstore_run(X_SSQL::DROP_VARS, {{sid, 0}});
+    X_sstore_run(X_SSQL::DROP, {{sid, 0}});
 }
 
 // Resumes the stored session ID: 1 resumed, 0 unknown or expired, -1 the
 // store failed.
 int resume(const char *id) {
-    if (X_sstore_open() != 0) return -1;
-    X_sbuf q{};
-    X_sbuf_str(&q, "SELECT s.created, s.seen, s.token, v.name, v.value FROM tolm_sessions s "
-                   "LEFT JOIN tolm_session_vars v ON v.sid = s.sid WHERE s.sid = ");
-    lit(&q, id);
     Found f{};
-    int rc = X_sstore_query(q.data, load_row, &f);
-    long t = now();
-    if (rc == 0 && f.any && expired(f.created, f.seen, t)) {
+    int rc = X_sstore_load(id, load_row, &f);
+    if (rc == 0 && f.any && expired(f.created, f.seen, now())) {
         X_clear_value("S_*");
         forget_loaded();
-        q.len = 0;
-        drop_sql(&q, id);
-        X_sstore_exec(q.data);  // it would be removed later anyway
+        if (X_sstore_begin() == 0) {  // it would be removed later anyway
+            drop(id);
+            X_sstore_commit();
+        }
         f.any = false;
     }
-    X_sbuf_free(&q);
-    X_sstore_close();
+    X_sstore_idle();
     if (rc != 0) return -1;
     if (!f.any) return 0;
     copy_id(s.sid, id);
@@ -186,10 +161,38 @@ int begin_fresh() {
 }
 
 // ---- Saving ----------------------------------------------------------------
-struct Change {
-    X_sbuf *sql;
-    bool any;
+// One variable to write: its stored name and text, or a removal.
+struct Write {
+    char *name;   // stored (encoded) name, malloc
+    char *text;   // stored text, malloc; null: remove the variable
 };
+
+struct Writes {
+    Write *w;     // malloc
+    int n, cap;
+};
+
+void add_write(Writes *ws, const char *name, const char *text) {
+    if (ws->n == ws->cap) {
+        ws->cap = ws->cap ? ws->cap * 2 : 16;
+        auto *w = static_cast<Write *>(realloc(ws->w, ws->cap * sizeof(Write)));
+        if (!w) abort();
+        ws->w = w;
+    }
+    X_sbuf enc{};
+    X_session_encode(&enc, name);
+    X_sbuf_add(&enc, "", 0);
+    ws->w[ws->n++] = {enc.data, text ? strdup(text) : nullptr};
+}
+
+void free_writes(Writes *ws) {
+    for (int i = 0; i < ws->n; i++) {
+        free(ws->w[i].name);
+        free(ws->w[i].text);
+    }
+    free(ws->w);
+    *ws = Writes{};
+}
 
 Loaded *loaded_of(const char *name) {
     for (int i = 0; i < s.nloaded; i++)
@@ -198,7 +201,7 @@ Loaded *loaded_of(const char *name) {
 }
 
 // Adds the write of variable u when it differs from what was loaded.
-void change_of(X_USER *u, Change *c) {
+void change_of(X_USER *u, Writes *ws) {
     if (u->fixed || u->clean || u->request) return;  // not the page's session value
     X_sbuf text{};
     for (X_var *v = &u->var; v; v = v->next) {
@@ -208,125 +211,82 @@ void change_of(X_USER *u, Change *c) {
     X_sbuf_add(&text, "", 0);
     Loaded *l = loaded_of(u->name);
     if (l) l->seen = true;
-    if (!l || strcmp(l->text, text.data)) {
-        X_sbuf *b = c->sql;
-        X_sbuf name{};
-        X_session_encode(&name, u->name);
-        X_sbuf_add(&name, "", 0);
-        X_sbuf_str(b, "INSERT INTO tolm_session_vars (sid, name, value) SELECT ");
-        lit(b, s.sid);
-        X_sbuf_str(b, ", ");
-        lit(b, name.data);
-        X_sbuf_str(b, ", ");
-        lit(b, text.data);
-        X_sbuf_str(b, " WHERE EXISTS (SELECT 1 FROM tolm_sessions WHERE sid = ");
-        lit(b, s.sid);
-        X_sbuf_str(b, ") ON CONFLICT (sid, name) DO UPDATE SET value = excluded.value;");
-        X_sbuf_free(&name);
-        c->any = true;
-    }
+    if (!l || strcmp(l->text, text.data)) add_write(ws, u->name, text.data);
     X_sbuf_free(&text);
 }
 
 // Visits the session variables of the tree in name order.
-void walk(avl *n, Change *c) {
+void walk(avl *n, Writes *ws) {
     if (!n) return;
     const char *key = static_cast<const char *>(n->key);
     int cmp = strncmp(key, X_SESSION_PREFIX, strlen(X_SESSION_PREFIX));
-    if (cmp >= 0) walk(n->left, c);
-    if (cmp == 0) change_of(reinterpret_cast<X_USER *>(n), c);
-    if (cmp <= 0) walk(n->right, c);
+    if (cmp >= 0) walk(n->left, ws);
+    if (cmp == 0) change_of(reinterpret_cast<X_USER *>(n), ws);
+    if (cmp <= 0) walk(n->right, ws);
 }
 
-// Adds the removal of loaded variables the page cleared.
-void removals(Change *c) {
-    for (int i = 0; i < s.nloaded; i++) {
-        if (s.loaded[i].seen) continue;
-        X_sbuf name{};
-        X_session_encode(&name, s.loaded[i].name);
-        X_sbuf_add(&name, "", 0);
-        X_sbuf_str(c->sql, "DELETE FROM tolm_session_vars WHERE sid = ");
-        lit(c->sql, s.sid);
-        X_sbuf_str(c->sql, " AND name = ");
-        lit(c->sql, name.data);
-        X_sbuf_str(c->sql, ";");
-        X_sbuf_free(&name);
-        c->any = true;
-    }
+// What the page changed: writes, then removals of loaded variables it
+// cleared.
+void changes(Writes *ws) {
+    walk(x_BUFFERS.vtree.root, ws);
+    for (int i = 0; i < s.nloaded; i++)
+        if (!s.loaded[i].seen) add_write(ws, s.loaded[i].name, nullptr);
 }
 
-// Removes at most GC_ROWS expired sessions (work bounded per request).
-void collect(X_sbuf *b, long t) {
-    char where[160];
-    snprintf(where, sizeof where,
-             "SELECT sid FROM tolm_sessions WHERE seen < %ld OR created < %ld ORDER BY sid LIMIT %d",
-             t - x_SITE.session_idle, t - x_SITE.session_life, GC_ROWS);
-    X_sbuf_str(b, "DELETE FROM tolm_session_vars WHERE sid IN (");
-    X_sbuf_str(b, where);
-    X_sbuf_str(b, "); DELETE FROM tolm_sessions WHERE sid IN (");
-    X_sbuf_str(b, where);
-    X_sbuf_str(b, ");");
+// Removes at most GC_ROWS expired sessions, for one new session in
+// GC_EVERY (the id is random), so that the search for them, which reads
+// the whole table, is rare and the work of any request bounded.
+void collect(long t) {
+    if ((s.sid[0] & (GC_EVERY - 1)) != 0) return;
+    std::initializer_list<X_sarg> limits = {
+        {nullptr, t - x_SITE.session_idle}, {nullptr, t - x_SITE.session_life},
+        {nullptr, GC_ROWS}};
+    X_sstore_run(X_SSQL::GC_VARS, limits);
+    X_sstore_run(X_SSQL::GC, limits);
 }
 
 // The statements of the session's own row: made, moved or touched.
-void session_row(X_sbuf *b, long t) {
+void session_row(long t) {
     if (s.moved[0]) {
-        for (const char *table : {"tolm_sessions", "tolm_session_vars"}) {
-            X_sbuf_str(b, "UPDATE ");
-            X_sbuf_str(b, table);
-            X_sbuf_str(b, " SET sid = ");
-            lit(b, s.sid);
-            X_sbuf_str(b, " WHERE sid = ");
-            lit(b, s.moved);
-            X_sbuf_str(b, ";");
-        }
+        X_sstore_run(X_SSQL::MOVE, {{s.sid, 0}, {s.moved, 0}});
+        X_sstore_run(X_SSQL::MOVE_VARS, {{s.sid, 0}, {s.moved, 0}});
     }
     if (s.fresh) {
-        X_sbuf_str(b, "INSERT INTO tolm_sessions (sid, created, seen, token) VALUES (");
-        lit(b, s.sid);
-        X_sbuf_str(b, ", ");
-        num(b, s.created);
-        X_sbuf_str(b, ", ");
-        num(b, t);
-        X_sbuf_str(b, ", ");
-        lit(b, s.token);
-        X_sbuf_str(b, ");");
-        collect(b, t);
-        return;
+        X_sstore_run(X_SSQL::NEW, {{s.sid, 0}, {nullptr, s.created}, {nullptr, t}, {s.token, 0}});
+        collect(t);
+    } else if (s.token_changed) {
+        X_sstore_run(X_SSQL::TOUCH_TOKEN, {{s.sid, 0}, {nullptr, t}, {s.token, 0}});
+    } else {
+        X_sstore_run(X_SSQL::TOUCH, {{s.sid, 0}, {nullptr, t}});
     }
-    X_sbuf_str(b, "UPDATE tolm_sessions SET seen = ");
-    num(b, t);
-    if (s.token_changed) {
-        X_sbuf_str(b, ", token = ");
-        lit(b, s.token);
-    }
-    X_sbuf_str(b, " WHERE sid = ");
-    lit(b, s.sid);
-    X_sbuf_str(b, ";");
 }
 
-// The statements of the save, or nothing to do (empty).
-void save_sql(X_sbuf *b) {
+// Writes what changed in one transaction; nothing when nothing did.
+void write_changes() {
     long t = now();
-    X_sbuf body{};
-    Change c{&body, false};
-    if (s.active) {
-        walk(x_BUFFERS.vtree.root, &c);
-        removals(&c);
-    }
+    Writes ws{};
+    if (s.active) changes(&ws);
     long touch = x_SITE.session_idle / 16 > 1 ? x_SITE.session_idle / 16 : 1;
-    bool row = s.active && (c.any || s.token_changed || s.moved[0] || t - s.seen >= touch);
-    if (s.fresh && !c.any && !s.token[0]) row = false;  // nothing worth a row yet
-    if (!row && !s.dropped[0]) {
-        X_sbuf_free(&body);
-        return;
+    bool row = s.active && (ws.n || s.token_changed || s.moved[0] || t - s.seen >= touch);
+    if (s.fresh && !ws.n && !s.token[0]) row = false;  // nothing worth a row yet
+    if (row || s.dropped[0]) {
+        X_TRACE("X_session_save: %d variable(s) changed", ws.n);
+        int rc = (s.fresh && X_sstore_tables() != 0) || X_sstore_begin() != 0 ? -1 : 0;
+        if (rc == 0) {
+            if (s.dropped[0]) drop(s.dropped);
+            if (row) {
+                session_row(t);
+                for (int i = 0; i < ws.n; i++) {
+                    const Write &w = ws.w[i];
+                    if (w.text) X_sstore_run(X_SSQL::PUT, {{s.sid, 0}, {w.name, 0}, {w.text, 0}});
+                    else X_sstore_run(X_SSQL::DEL, {{s.sid, 0}, {w.name, 0}});
+                }
+            }
+            rc = X_sstore_commit();
+        }
+        if (rc != 0) fprintf(stderr, "Tolm: session not saved: %s\n", X_sstore_error());
     }
-    if (s.dropped[0]) drop_sql(b, s.dropped);
-    if (row) {
-        session_row(b, t);
-        if (body.len) X_sbuf_add(b, body.data, body.len);
-    }
-    X_sbuf_free(&body);
+    free_writes(&ws);
 }
 
 int end_session() {
@@ -396,27 +356,14 @@ int X_session_check() {
 }
 
 void X_session_save() {
-    if (s.saving || s.pid != getpid() || (!s.active && !s.dropped[0])) return;
+    if (s.saving || s.pid != getpid()) return;
     s.saving = true;
-    X_sbuf sql{};
-    save_sql(&sql);
-    if (sql.len) {
-        X_TRACE("X_session_save: %s", sql.data);
-        X_sbuf tx{};  // one transaction; SQLite takes the write lock at once
-        if (X_sstore_open() == 0) {
-            X_sbuf_str(&tx, X_sstore_pg() ? "BEGIN;" : SQLITE_BEGIN);
-            X_sbuf_add(&tx, sql.data, sql.len);
-            X_sbuf_str(&tx, "COMMIT;");
-        }
-        if (!tx.data || (s.fresh && X_sstore_tables() != 0) || X_sstore_exec(tx.data) != 0)
-            fprintf(stderr, "Tolm: session not saved: %s\n", X_sstore_error());
-        X_sstore_close();
-        X_sbuf_free(&tx);
-    }
-    X_sbuf_free(&sql);
+    if (s.active || s.dropped[0]) write_changes();
+    X_sstore_close();
 }
 
 void X_session_forget() {
+    X_sstore_close();
     forget_loaded();
     s = Session{};
 }

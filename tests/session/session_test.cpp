@@ -4,9 +4,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <set>
+#include <sqlite3.h>
 #include <string>
+#include <sys/stat.h>
 #include <vector>
 
+#include "db/db.h"
 #include "session/session.h"
 #include "session/store.h"
 #include "storage/store.h"
@@ -128,34 +131,98 @@ TEST_F(SessionVars, StoredTextsAreInertAndComeBackValueByValue) {
     EXPECT_STREQ(X_get_value("S_w"), "%zz%4");
 }
 
-// The store opens a connection of its own and gives the page's database
-// results back unchanged.
-TEST_F(SessionVars, StoreKeepsThePagesResultsAndMakesItsTables) {
+// The store keeps a connection of its own: the page's database results are
+// untouched, the tables are made on first use, a failed statement rolls
+// the whole transaction back, and values come back through LOAD.
+TEST_F(SessionVars, StoreKeepsThePagesResultsAndCommitsWhole) {
     char dir[] = "/tmp/tolm-session-XXXXXX";
     ASSERT_NE(mkdtemp(dir), nullptr);
     char *home = X_HOME;
     X_HOME = dir;
     X_rowcount = 7;
     X_INSERT_ID = 9;
-    ASSERT_EQ(X_sstore_open(), 0) << X_sstore_error();
-    ASSERT_EQ(X_sstore_tables(), 0) << X_sstore_error();
-    ASSERT_EQ(X_sstore_exec("INSERT INTO tolm_sessions VALUES ('s', 1, 2, 't');"
-                            "INSERT INTO tolm_session_vars VALUES ('s', 'S_a', 'x&y')"),
-              0);
     std::string got;
     auto row = [](void *ctx, int n, X_val *v) {
         for (int i = 0; i < n; i++) *static_cast<std::string *>(ctx) += std::string(v[i].value) + ";";
     };
-    ASSERT_EQ(X_sstore_query("SELECT s.seen, v.name, v.value FROM tolm_sessions s JOIN "
-                             "tolm_session_vars v ON v.sid = s.sid", row, &got),
-              0);
-    EXPECT_EQ(got, "2;S_a;x&y;");
-    EXPECT_NE(X_sstore_exec("INSERT INTO nowhere VALUES (1)"), 0);
-    EXPECT_NE(std::string(X_sstore_error()).find("nowhere"), std::string::npos);
+    ASSERT_EQ(X_sstore_load("s", row, &got), 0) << X_sstore_error();  // makes the tables
+    EXPECT_EQ(got, "");
+    ASSERT_EQ(X_sstore_begin(), 0) << X_sstore_error();
+    EXPECT_EQ(X_sstore_run(X_SSQL::NEW, {{"s", 0}, {nullptr, 1}, {nullptr, 2}, {"t", 0}}), 0);
+    EXPECT_EQ(X_sstore_run(X_SSQL::PUT, {{"s", 0}, {"S_a", 0}, {"x&y", 0}}), 0);
+    EXPECT_EQ(X_sstore_run(X_SSQL::PUT, {{"nobody", 0}, {"S_a", 0}, {"lost", 0}}), 0);
+    ASSERT_EQ(X_sstore_commit(), 0) << X_sstore_error();
+    ASSERT_EQ(X_sstore_begin(), 0);
+    EXPECT_EQ(X_sstore_run(X_SSQL::TOUCH, {{"s", 0}, {nullptr, 5}}), 0);
+    EXPECT_EQ(X_sstore_run(X_SSQL::PUT, {{"s", 0}, {"S_b", 0}, {"z", 0}}), 0);
+    EXPECT_NE(X_sstore_run(X_SSQL::NEW, {{"s", 0}, {nullptr, 1}, {nullptr, 2}, {"t", 0}}), 0);
+    EXPECT_NE(X_sstore_commit(), 0);  // the touch and S_b go with the failed statement
+    EXPECT_NE(std::string(X_sstore_error()).find("UNIQUE"), std::string::npos) << X_sstore_error();
     X_sstore_close();
+    ASSERT_EQ(X_sstore_load("s", row, &got), 0) << X_sstore_error();  // opened again
+    EXPECT_EQ(got, "1;2;t;S_a;x&y;");
+    X_sstore_close();
+    // A session ended meanwhile gets no variables: its row is not found.
+    ASSERT_EQ(X_sstore_begin(), 0);
+    EXPECT_EQ(X_sstore_run(X_SSQL::TOUCH, {{"gone", 0}, {nullptr, 3}}), 0);
+    EXPECT_EQ(X_sstore_run(X_SSQL::PUT, {{"gone", 0}, {"S_a", 0}, {"lost", 0}}), 0);
+    ASSERT_EQ(X_sstore_commit(), 0) << X_sstore_error();
+    X_sstore_close();
+    sqlite3 *db;
+    sqlite3_stmt *st;
+    std::string file = std::string(dir) + "/sessions-shell_00.db";
+    ASSERT_EQ(sqlite3_open(file.c_str(), &db), SQLITE_OK);
+    ASSERT_EQ(sqlite3_prepare_v2(db, "SELECT group_concat(sid) FROM tolm_session_vars", -1, &st,
+                                 nullptr), SQLITE_OK);
+    ASSERT_EQ(sqlite3_step(st), SQLITE_ROW);
+    EXPECT_STREQ(reinterpret_cast<const char *>(sqlite3_column_text(st, 0)), "s");
+    sqlite3_finalize(st);
+    sqlite3_close(db);
     EXPECT_EQ(X_rowcount, 7);
     EXPECT_EQ(X_INSERT_ID, 9);
     X_HOME = home;
+    std::string cmd = std::string("rm -rf ") + dir;
+    ASSERT_EQ(system(cmd.c_str()), 0);
+}
+
+// The page's own SQLite connection, here on the very file the store uses,
+// keeps working while the store opens, writes and closes; and the store's
+// log stays short however many runs write to it.
+TEST_F(SessionVars, StoreLeavesThePagesConnectionAloneAndItsLogShort) {
+    char dir[] = "/tmp/tolm-session-XXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    std::string file = std::string(dir) + "/site.db";
+    ASSERT_EQ(X_put_value("X_BASE", ("sqlite:" + file).c_str()), 0);
+    ASSERT_EQ(X_database(("sqlite:" + file).c_str(), nullptr, nullptr), 0);
+    ASSERT_EQ(X_noselect_sql("CREATE TABLE page (a)", 0, nullptr), 0);
+    auto none = [](void *, int, X_val *) {};
+    ASSERT_EQ(X_sstore_load("s", none, nullptr), 0) << X_sstore_error();
+    ASSERT_EQ(X_sstore_begin(), 0);
+    ASSERT_EQ(X_sstore_run(X_SSQL::NEW, {{"s", 0}, {nullptr, 1}, {nullptr, 1}, {"", 0}}), 0);
+    ASSERT_EQ(X_sstore_commit(), 0) << X_sstore_error();
+    EXPECT_EQ(X_noselect_sql("INSERT INTO page VALUES (1)", 0, nullptr), 0);
+    X_sstore_close();
+    EXPECT_EQ(X_noselect_sql("INSERT INTO page VALUES (2)", 0, nullptr), 0);
+    X_finish();
+    struct stat st{};
+    off_t longest = 0;
+    for (int run = 0; run < 60; run++) {  // one write per run, as requests do
+        std::string v = std::to_string(run);
+        ASSERT_EQ(X_sstore_begin(), 0) << X_sstore_error();
+        ASSERT_EQ(X_sstore_run(X_SSQL::TOUCH, {{"s", 0}, {nullptr, run}}), 0);
+        ASSERT_EQ(X_sstore_run(X_SSQL::PUT, {{"s", 0}, {"S_n", 0}, {v.c_str(), 0}}), 0);
+        ASSERT_EQ(X_sstore_commit(), 0) << X_sstore_error();
+        X_sstore_close();
+        if (stat((file + "-wal").c_str(), &st) == 0 && st.st_size > longest) longest = st.st_size;
+    }
+    EXPECT_GT(longest, 0);
+    EXPECT_LT(longest, 48 * (4096 + 24));  // emptied at 32 pages, never let grow
+    std::string got;
+    auto row = [](void *ctx, int, X_val *v) { *static_cast<std::string *>(ctx) += v[4].value; };
+    ASSERT_EQ(X_sstore_load("s", row, &got), 0);
+    EXPECT_EQ(got, "59");
+    X_sstore_close();
+    X_clear_value("X_BASE");
     std::string cmd = std::string("rm -rf ") + dir;
     ASSERT_EQ(system(cmd.c_str()), 0);
 }
