@@ -59,8 +59,7 @@ int run_block(X_FILE *fp, char *buff, char *text, int r, int *compile, const X_I
                 if (row->planned) *plan = &row->if_plan;
                 return 1;
             }
-            if (row->kind == X_LINE_ELSE) {  // dispatch takes it for an unknown command first
-                if (r) X_unknown_command(row->text);
+            if (row->kind == X_LINE_ELSE) {
                 X_notfound(fp, *compile, Continue ? 1 : r != 0);
                 return 0;
             }

@@ -1,5 +1,6 @@
 // Command dispatch: keywords to handlers, and the block-body runner.
 #include <cstring>
+#include <string_view>
 
 #include "control/blocks.h"
 #include "control/let.h"
@@ -216,11 +217,17 @@ int X_command_code(const char *buff) {
 }
 
 // Tells the server log about a well-formed command line whose keyword is
-// not known (and that is no assignment either).
+// not known (and that is no assignment either). The words that shape
+// blocks reach dispatch too on their way to the block runner: they are
+// known, just not here.
 void X_unknown_command(const char *buff) {
+    static constexpr std::string_view block_words[] = {"else", "elif", "end", "break", "continue"};
     const char *k = buff + 2;
     size_t n = strcspn(k, ">");
-    if (n < 16 && k[n] == '>') X_warn("unknown command <@%.*s>", static_cast<int>(n), k);
+    if (n >= 16 || k[n] != '>') return;
+    for (std::string_view w : block_words)
+        if (w == std::string_view(k, n)) return;
+    X_warn("unknown command <@%.*s>", static_cast<int>(n), k);
 }
 
 // Dispatches one command line: 0 when it was consumed as a command, -1 when

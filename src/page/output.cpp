@@ -197,6 +197,10 @@ void X_out_tick() {
     if (pending && (++ticks & 63) == 0 && now_ms() - since >= kHoldMs) X_flush_out();
 }
 
+bool X_out_collecting(FILE *f) {
+    return f == stdout && collecting();
+}
+
 void X_out_immediate() {
     X_flush_out();
     immediate = true;

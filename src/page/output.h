@@ -17,6 +17,8 @@
 // same bytes in the same order as when every line went out at once.
 #pragma once
 
+#include <cstdio>
+
 // The response's progress.
 enum X_HEAD_STATE {
     X_HEAD_OPEN,    // lines are written at once; the header is not ended yet
@@ -61,6 +63,9 @@ void X_body();
 void X_flush_out();
 // Collected text that has waited long enough goes out (loops call this).
 void X_out_tick();
+// Whether a flush of F would only collect (F is standard output and
+// output is being collected).
+bool X_out_collecting(FILE *f);
 // No more collecting for this run (an alarm may end it at any moment).
 void X_out_immediate();
 

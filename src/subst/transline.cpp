@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "diag/diag.h"
+#include "page/output.h"
 #include "page/page.h"
 #include "subst/args.h"
 #include "subst/subst.h"
@@ -12,24 +13,28 @@
 
 namespace {
 
-// Writes N bytes to F, through the entity translation when HTML is set.
-// Every entity stands for a byte of 0x80 or above, so runs of ASCII are
-// skipped eight bytes at a time.
-void emit(FILE *f, const char *p, size_t n) {
-    const char *e = p + n;
-    if (HTML) {
-        for (uint64_t w; p + 8 <= e; p += 8) {
-            memcpy(&w, p, 8);
-            if (w & 0x8080808080808080ULL) break;
-        }
-        while (p < e && static_cast<unsigned char>(*p) < 0x80) p++;
+// The length of the ASCII run that starts N bytes at P, eight at a time.
+size_t ascii_run(const char *p, size_t n) {
+    size_t i = 0;
+    for (uint64_t w; i + 8 <= n; i += 8) {
+        memcpy(&w, p + i, 8);
+        if (w & 0x8080808080808080ULL) break;
     }
-    if (!HTML || p == e) {
-        fwrite(e - n, 1, n, f);
+    while (i < n && static_cast<unsigned char>(p[i]) < 0x80) i++;
+    return i;
+}
+
+// Writes N bytes to F, through the entity translation when HTML is set.
+// Every entity stands for a byte of 0x80 or above, so ASCII runs go out
+// as they are.
+void emit(FILE *f, const char *p, size_t n) {
+    size_t plain = HTML ? ascii_run(p, n) : n;
+    if (plain == n) {
+        fwrite(p, 1, n, f);
         return;
     }
-    const char *run = e - n;
-    for (; p < e; p++) {
+    const char *run = p, *e = p + n;
+    for (p += plain; p < e; p++) {
         const char *t = HTML_string(static_cast<unsigned char>(*p));
         if (t[0] == *p && t[1] == 0) continue;
         fwrite(run, 1, p - run, f);
@@ -174,15 +179,44 @@ int X_text_prepare(const char *line, X_TEXTPLAN *plan) {
     return 0;
 }
 
+// Plain references run no page code, so the stream stays the same for the
+// whole line. While output is collected a flush only checks the clock, so
+// one check per line does what one per value would.
+// Pieces that need no entity translation are gathered and written in one
+// go; a piece that does, or that does not fit, goes out on its own.
 void X_text_run(X_TEXTPLAN *plan) {
+    FILE *f = X_out();
+    bool each = !X_out_collecting(f);
+    char line[2048];
+    size_t used = 0;
+    auto put = [&](const char *s, size_t n) {
+        if (!n) return;
+        if ((!HTML || ascii_run(s, n) == n) && n <= sizeof line - used) {
+            memcpy(line + used, s, n);
+            used += n;
+            return;
+        }
+        fwrite(line, 1, used, f);
+        used = 0;
+        emit(f, s, n);
+    };
     for (int i = 0; i < plan->count; i++) {
         X_TEXTPIECE &p = plan->pieces[i];
         if (p.text) {
-            X_put_text(p.text, p.len);
-        } else {
-            X_USER *u = X_ref_user(&p.ref);
-            transvalue(u ? u->var.value : nullptr, nullptr);
+            put(p.text, p.len);
+            continue;
+        }
+        X_USER *u = X_ref_user(&p.ref);
+        const char *val = u && u->var.value ? u->var.value : "";
+        size_t n = strlen(val);
+        if (X_len > 0 && static_cast<size_t>(X_len) < n) n = X_len;
+        put(val, n);
+        if (each) {
+            fwrite(line, 1, used, f);
+            used = 0;
+            X_fflush(f);
         }
     }
-    X_fflush(X_out());
+    fwrite(line, 1, used, f);
+    X_fflush(f);
 }

@@ -19,7 +19,8 @@ PAGES = {
     "child.html": "<@setheader> X-Before-Child yes\n<@shell> echo from-child\nafter\n",
     "late.html": "body first\n<@status> 500\n",
     "err.html": "one\n<@set> x 1\n<@error> bad $(q)\nnot reached\n",
-    "warn.html": "<@frobnicate> 1\n<@end>\n<@if> 1 == 1\nopen\n",
+    "warn.html": "<@frobnicate> 1\n<@end>\n<@if> 1 == 1\nyes\n<@else>\nno\n<@end>\n"
+                 "<@if> 1 == 1\nopen\n",
     "trap.html": "<@function> t\n<@end>\n<@option> err_trap function t\n\n<@error> trapped\nok\n",
 }
 
@@ -76,12 +77,12 @@ def main(tolm):
 
         def warnings_for_the_author():
             r = site.get(CGI + "/warn.html")
-            expect(r.text.endswith("open\n"), r.text)
+            expect(r.text.endswith("yes\nopen\n"), r.text)
             root = site.site_root
             expect_eq(log_lines()[-3:], [
                 "Tolm: %s/warn.html:1: warning: unknown command <@frobnicate>" % root,
                 "Tolm: %s/warn.html:2: warning: <@end> without a block to end" % root,
-                "Tolm: %s/warn.html:4: warning: a block is still open at the end of the page"
+                "Tolm: %s/warn.html:9: warning: a block is still open at the end of the page"
                 % root])
 
         def trapped_errors_are_logged_too():
