@@ -1,4 +1,7 @@
 // The page reader: the page cache and the main loop of a page run.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 
@@ -71,18 +74,26 @@ static X_FILE *cached(const char *path, const struct stat &st) {
 
 // Loads PATH into a new image of the run-wide heap; NULL if it cannot be read.
 static X_FILE *load(const char *path, const struct stat &st) {
-    FILE *in = fopen(path, "r");
-    if (!in) return nullptr;
+    // Read straight into the image: no stream, no buffer of its own.
+    int in = open(path, O_RDONLY | O_CLOEXEC);
+    if (in < 0) return nullptr;
     auto *f = static_cast<X_FILE *>(X_heap_alloc(x_BUFFERS.hp, sizeof(X_FILE)));
     long size = st.st_size;
     char *text = f && size < 0x7fff0000 ? static_cast<char *>(X_heap_alloc(x_BUFFERS.hp, static_cast<int>(size) + 16)) : nullptr;
     if (!text) {
-        fclose(in);
+        close(in);
         return nullptr;
     }
-    size = static_cast<long>(fread(text, 1, size, in));
+    long got = 0;
+    while (got < size) {
+        ssize_t n = read(in, text + got, static_cast<size_t>(size - got));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        got += n;
+    }
+    size = got;
     text[size] = 0;
-    fclose(in);
+    close(in);
     f->text = text;
     f->offset = 0;
     f->size = size;
