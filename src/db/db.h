@@ -31,6 +31,8 @@ struct X_backend {
 
 extern const X_backend X_nosql;   // no database: opening fails
 extern const X_backend X_sqlite;  // SQLite, linked in
+// The file of "sqlite:PATH": PATH itself, or PATH under the site root.
+void X_sqlite_file(const char *dbname, char *path, size_t cap);
 extern const X_backend X_pgsql;   // PostgreSQL through the companion program
 
 // The back end that serves dbname (never null).

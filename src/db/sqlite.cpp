@@ -60,22 +60,12 @@ void close_cursor(Cursor *c)
     c->name[0] = '\0';
 }
 
-// The file of "sqlite:PATH": PATH itself, or PATH under the site root.
-void db_path(const char *dbname, char *path, size_t cap)
-{
-    const char *p = dbname + strlen("sqlite:");
-    const char *root = X_get_value("X_ROOT");
-    if (p[0] == '/' || strcmp(p, ":memory:") == 0 || !root || !root[0] || strcmp(root, "/") == 0)
-        snprintf(path, cap, "%s", p);
-    else
-        snprintf(path, cap, "%s/%s", root, p);
-}
 
 int open_sqlite(const char *dbname, const char *, const char *)
 {
     X_TRACE("X_database: %s", dbname);
     char path[4096];
-    db_path(dbname, path, sizeof path);
+    X_sqlite_file(dbname, path, sizeof path);
     int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;  // one thread
     if (sqlite3_open_v2(path, &db, flags, nullptr) != SQLITE_OK) {
         fail_db();
@@ -217,3 +207,14 @@ int finish_sqlite()
 
 const X_backend X_sqlite = {"sqlite", open_sqlite, select_sqlite, noselect_sqlite, error_sqlite,
                             finish_sqlite};
+
+// The file of "sqlite:PATH": PATH itself, or PATH under the site root.
+void X_sqlite_file(const char *dbname, char *path, size_t cap)
+{
+    const char *p = dbname + strlen("sqlite:");
+    const char *root = X_get_value("X_ROOT");
+    if (p[0] == '/' || strcmp(p, ":memory:") == 0 || !root || !root[0] || strcmp(root, "/") == 0)
+        snprintf(path, cap, "%s", p);
+    else
+        snprintf(path, cap, "%s/%s", root, p);
+}

@@ -216,19 +216,20 @@ int X_command_code(const char *buff) {
     return code < 1 || code > kMaxCode ? 0 : code;
 }
 
+namespace {
+
 // Tells the server log about a well-formed command line whose keyword is
-// not known (and that is no assignment either). The words that shape
-// blocks reach dispatch too on their way to the block runner: they are
-// known, just not here.
-void X_unknown_command(const char *buff) {
-    static constexpr std::string_view block_words[] = {"else", "elif", "end", "break", "continue"};
+// not known (and that is no assignment either). "<@else>" reaches dispatch
+// inside a taken branch on its way to the block runner: it is known, just
+// not here.
+void unknown_command(const char *buff) {
     const char *k = buff + 2;
     size_t n = strcspn(k, ">");
-    if (n >= 16 || k[n] != '>') return;
-    for (std::string_view w : block_words)
-        if (w == std::string_view(k, n)) return;
-    X_warn("unknown command <@%.*s>", static_cast<int>(n), k);
+    if (n < 16 && k[n] == '>' && std::string_view(k, n) != "else")
+        X_warn("unknown command <@%.*s>", static_cast<int>(n), k);
 }
+
+}  // namespace
 
 // Dispatches one command line: 0 when it was consumed as a command, -1 when
 // the caller is to treat it as text.
@@ -238,7 +239,7 @@ int X_command(X_FILE *fp, char *buff, int *compile, int ignore) {
     int code = X_command_code(buff);
     if (!code) {
         int r = let(buff, *compile, ignore);
-        if (r != 0 && !ignore) X_unknown_command(buff);
+        if (r != 0 && !ignore) unknown_command(buff);
         return r;
     }
     return run(handlers[code], fp, buff, compile, ignore);

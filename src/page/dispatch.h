@@ -24,6 +24,3 @@ int X_search_command(const char *keyword);
 // The handler code that X_command gives the "<@" line BUFF, or 0 when the
 // line goes straight to the assignment form.
 int X_command_code(const char *buff);
-// The server-log warning X_command gives a well-formed "<@" line BUFF that
-// is neither a known command nor an assignment.
-void X_unknown_command(const char *buff);

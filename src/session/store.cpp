@@ -120,17 +120,6 @@ void file_name(char *out, size_t size) {
     snprintf(out, size, "%s/sessions-%s.db", dir, key);
 }
 
-// The file of "sqlite:PATH" as the page's SQLite back end finds it: PATH
-// itself, or PATH under the site root.
-void site_file(const char *base, char *out, size_t size) {
-    const char *p = base + strlen("sqlite:");
-    const char *root = X_get_value("X_ROOT");
-    if (p[0] == '/' || !strcmp(p, ":memory:") || !root || !root[0] || !strcmp(root, "/"))
-        snprintf(out, size, "%s", p);
-    else
-        snprintf(out, size, "%s/%s", root, p);
-}
-
 bool is_pg(const char *name) {
     for (const char *p : {"postgresql://", "postgres://", "pg:"})
         if (!strncmp(name, p, strlen(p))) return true;
@@ -331,7 +320,7 @@ int X_sstore_open() {
     const char *base = trusted("X_BASE");
     if (base && is_pg(base)) return open_pg(base);
     char path[4400];
-    if (base && !strncmp(base, "sqlite:", 7)) site_file(base, path, sizeof path);
+    if (base && !strncmp(base, "sqlite:", 7)) X_sqlite_file(base, path, sizeof path);
     else file_name(path, sizeof path);
     return open_sqlite(path);
 }

@@ -186,6 +186,8 @@ int X_put_value(const char *name, const char *value, int fixed, int cookie)
 
 X_USER *X_ref_user(X_REF *ref)
 {
+    if (Trace || Debug)  // every lookup is made, and traced, as by name
+        return X_find_user(ref->name);
     if (ref->gen != AVL_generation) {
         ref->user = X_find_user(ref->name);
         ref->gen = AVL_generation;
@@ -220,7 +222,7 @@ int X_decimal(long n, char *out)
                                     "25262728293031323334353637383940414243444546474849"
                                     "50515253545556575859606162636465666768697071727374"
                                     "75767778798081828384858687888990919293949596979899";
-    char tmp[48];  // digits end in the middle: 24 bytes can be copied from any start
+    char tmp[48] = {};  // digits end in the middle: 24 bytes can be copied from any start
     char *p = tmp + 24;
     unsigned long u = n < 0 ? 0UL - static_cast<unsigned long>(n) : static_cast<unsigned long>(n);
     while (u >= 100) {

@@ -27,8 +27,6 @@ struct X_TEXTPLAN {
 int X_text_prepare(const char *line, X_TEXTPLAN *plan);
 // Writes the line as X_transline(line, NULL, 1) would with trace off.
 void X_text_run(X_TEXTPLAN *plan);
-// Writes N bytes of literal text to the output stream (entities when HTML).
-void X_put_text(const char *p, size_t n);
 // Expands the argument text of a command into out (X_MAXLINE) as every
 // handler does: not at all when IgnoreEmpty is set and it begins with a
 // newline (out is then empty), else with X_transline or transvalue.

@@ -141,10 +141,6 @@ void X_expand_args(const char *text, char *out, int compile) {
     X_transline(text, out, compile);
 }
 
-void X_put_text(const char *p, size_t n) {
-    if (n) emit(X_out(), p, n);
-}
-
 int X_text_prepare(const char *line, X_TEXTPLAN *plan) {
     // Pieces of the line: at most one literal run before each reference
     // and one after the last.

@@ -263,3 +263,13 @@ TEST(Prepared, TextLinesKeepTheirPiecesInOrder) {
         EXPECT_EQ(run(page, {}, 0), fast) << flush;
     }
 }
+
+TEST(Prepared, TraceShowsEveryLookupOfALoopVariable) {
+    // Under trace nothing is looked up from a binding: the trace shows each
+    // lookup by name, as when no binding exists (13 for this page).
+    std::string page = "<@option> trace on\n<@set> w \"1 2 3\"\n<@while> words w\n$(w)\n<@end>\n";
+    std::string out = run(page, {}, 1);
+    size_t lookups = 0;
+    for (size_t at = 0; (at = out.find("AVL_search key: [w]", at)) != std::string::npos; at++) lookups++;
+    EXPECT_EQ(lookups, 13u) << out;
+}
