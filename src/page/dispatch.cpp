@@ -135,7 +135,9 @@ void build_tree() {
         if (!node) return;
         node->avl.key = const_cast<char *>(r->keyword);
         node->code = static_cast<int16_t>(r->code);
-        AVL_insert(&x_BUFFERS.ctree, &node->avl);
+        // The keywords are all different: only a trace needs the search.
+        if (Trace || Debug) AVL_insert(&x_BUFFERS.ctree, &node->avl);
+        else AVL_insert_new(&x_BUFFERS.ctree, &node->avl);
     }
 }
 
