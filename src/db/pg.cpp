@@ -137,14 +137,7 @@ int start_companion()
 
 Cursor *find(const char *name, bool make)
 {
-    Cursor *spare = nullptr;
-    for (Cursor &c : cursors) {
-        if (c.name[0] && strcmp(c.name, name) == 0) return &c;
-        if (!c.name[0] && !spare) spare = &c;
-    }
-    if (!make || !spare) return nullptr;
-    snprintf(spare->name, sizeof spare->name, "%s", name);
-    return spare;
+    return pgw_cursor(cursors, name, make);
 }
 
 void forget(Cursor *c)

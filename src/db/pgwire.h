@@ -26,6 +26,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <cstring>
 
 constexpr uint32_t PGW_NIL = 0xffffffffu;   // length of a missing text
 constexpr uint32_t PGW_MAXFRAME = 1u << 30;  // longest frame either side accepts
@@ -51,3 +53,19 @@ bool pgw_get_text(pgw_frame *f, const char **s, uint32_t *len);
 // Whole frames over fd: 0, or -1 when the peer is gone or sent a bad frame.
 int pgw_send(int fd, const pgw_frame *f);
 int pgw_recv(int fd, pgw_frame *f);
+
+// Both sides keep their cursors in a fixed table of records with a name
+// (empty when the slot is free). The cursor called NAME, or with MAKE a
+// free slot given that name; null when there is none.
+template <class C, size_t N>
+C *pgw_cursor(C (&cursors)[N], const char *name, bool make)
+{
+    C *spare = nullptr;
+    for (C &c : cursors) {
+        if (c.name[0] && strcmp(c.name, name) == 0) return &c;
+        if (!c.name[0] && !spare) spare = &c;
+    }
+    if (!make || !spare) return nullptr;
+    snprintf(spare->name, sizeof spare->name, "%s", name);
+    return spare;
+}
