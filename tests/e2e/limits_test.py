@@ -75,21 +75,19 @@ def main(tolm):
                 expect("written" in r.text, r.text)
                 expect_eq(os.path.getsize(out), kept, "bytes written of %d" % n)
 
-        def processor_time():
-            settings("cpu_seconds 1\n")
-            start = time.time()
-            r = site.get(CGI + "/spin.html")
-            expect("error page: Processor time limit of 1 seconds reached" in r.text, r.text)
-            expect(time.time() - start < 10, "took %.1f s" % (time.time() - start))
-            expect("pairs [1]" in site.get(CGI + "?a=1").text, "a short run")
-
-        def wall_clock():
-            settings("time_limit 1\n")
-            start = time.time()
-            r = site.get(CGI + "/nap.html?us=3000000")
-            expect("error page: Time limit of 1 seconds reached" in r.text, r.text)
-            expect(time.time() - start < 2.5, "took %.1f s" % (time.time() - start))
-            expect("awake" in site.get(CGI + "/nap.html?us=300000").text, "a nap within it")
+        def time_limits():
+            # setting, a page over it, its message, the longest wait, a run within it
+            for setting, over, message, most, within, shown in (
+                    ("cpu_seconds 1\n", "/spin.html", "Processor time limit of 1 seconds reached",
+                     10, "?a=1", "pairs [1]"),
+                    ("time_limit 1\n", "/nap.html?us=3000000", "Time limit of 1 seconds reached",
+                     2.5, "/nap.html?us=300000", "awake")):
+                settings(setting)
+                start = time.time()
+                r = site.get(CGI + over)
+                expect("error page: " + message in r.text, r.text)
+                expect(time.time() - start < most, "took %.1f s" % (time.time() - start))
+                expect(shown in site.get(CGI + within).text, "a run within " + setting)
 
         def memory():
             # 1 GiB: the interpreter's stack alone takes 256 MiB of it.
@@ -98,7 +96,7 @@ def main(tolm):
             r = site.get(CGI + "/grow.html?most=40000")
             expect("error page: X_heap: NO MEMORY..." in r.text and "grew" not in r.text, r.text)
 
-        checks = [body_size, pairs, uploads, file_size, processor_time, wall_clock]
+        checks = [body_size, pairs, uploads, file_size, time_limits]
         # Address-space limits and the sanitizers' shadow memory do not mix.
         if not asan(tolm):
             checks.append(memory)
