@@ -19,6 +19,8 @@ constexpr int X_MAXCELL = 4 << 20;    // longest column value a back end hands o
 constexpr int X_FETCH_END = 100;      // X_select_sql(1, ...) at the end of the rows
 
 // One back end: the five operations with the same contracts.
+struct sqlite3;
+
 struct X_backend {
     const char *name;
     int (*open)(const char *dbname, const char *user, const char *passwd);
@@ -33,6 +35,10 @@ extern const X_backend X_nosql;   // no database: opening fails
 extern const X_backend X_sqlite;  // SQLite, linked in
 // The file of "sqlite:PATH": PATH itself, or PATH under the site root.
 void X_sqlite_file(const char *dbname, char *path, size_t cap);
+// Opens the SQLite file path read-write (made when missing) with the busy
+// wait of busy_ms, for the page's back end and the session store alike.
+// SQLITE_OK, or an SQLite error code with *db set for its message or null.
+int X_sqlite_open(const char *path, sqlite3 **db, int busy_ms);
 extern const X_backend X_pgsql;   // PostgreSQL through the companion program
 
 // The back end that serves dbname (never null).

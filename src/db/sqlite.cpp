@@ -66,14 +66,12 @@ int open_sqlite(const char *dbname, const char *, const char *)
     X_TRACE("X_database: %s", dbname);
     char path[4096];
     X_sqlite_file(dbname, path, sizeof path);
-    int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;  // one thread
-    if (sqlite3_open_v2(path, &db, flags, nullptr) != SQLITE_OK) {
+    if (X_sqlite_open(path, &db, BUSY_MS) != SQLITE_OK) {
         fail_db();
         sqlite3_close(db);
         db = nullptr;
         return -1;
     }
-    sqlite3_busy_timeout(db, BUSY_MS);
     return 0;
 }
 
@@ -207,6 +205,25 @@ int finish_sqlite()
 
 const X_backend X_sqlite = {"sqlite", open_sqlite, select_sqlite, noselect_sqlite, error_sqlite,
                             finish_sqlite};
+
+// A run is one thread with one or two short-lived connections: no locks
+// inside the library, no statistics, and memory taken as it is needed
+// rather than a lookaside pool and a page cache set up front, whose pages
+// every new process would have to fault in.
+int X_sqlite_open(const char *path, sqlite3 **db, int busy_ms)
+{
+    static bool configured;
+    if (!configured) {
+        configured = true;
+        sqlite3_config(SQLITE_CONFIG_SINGLETHREAD);
+        sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+        sqlite3_config(SQLITE_CONFIG_LOOKASIDE, 0, 0);
+        sqlite3_config(SQLITE_CONFIG_PAGECACHE, nullptr, 0, 0);
+    }
+    int rc = sqlite3_open_v2(path, db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    if (rc == SQLITE_OK) sqlite3_busy_timeout(*db, busy_ms);
+    return rc;
+}
 
 // The file of "sqlite:PATH": PATH itself, or PATH under the site root.
 void X_sqlite_file(const char *dbname, char *path, size_t cap)
