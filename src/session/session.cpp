@@ -233,6 +233,13 @@ void changes(Writes *ws) {
         if (!s.loaded[i].seen) add_write(ws, s.loaded[i].name, nullptr);
 }
 
+// Seconds after which a visit records itself in the session's row: a
+// sixteenth of the idle timeout, so that the timeout stays exact to within
+// that much.
+long touch_every() {
+    return x_SITE.session_idle / 16 > 1 ? x_SITE.session_idle / 16 : 1;
+}
+
 // Removes at most GC_ROWS expired sessions, for one new session in
 // GC_EVERY (the id is random), so that the search for them, which reads
 // the whole table, is rare and the work of any request bounded.
@@ -245,7 +252,9 @@ void collect(long t) {
     X_sstore_run(X_SSQL::GC, limits);
 }
 
-// The statements of the session's own row: made, moved or touched.
+// The statements of the session's own row: made, moved, touched, or only
+// found while its last visit is recent enough (TOUCH_EVERY), so that a
+// save writes the pages of its variables alone.
 void session_row(long t) {
     if (s.moved[0]) {
         X_sstore_run(X_SSQL::MOVE, {{s.sid, 0}, {s.moved, 0}});
@@ -256,8 +265,10 @@ void session_row(long t) {
         collect(t);
     } else if (s.token_changed) {
         X_sstore_run(X_SSQL::TOUCH_TOKEN, {{s.sid, 0}, {nullptr, t}, {s.token, 0}});
-    } else {
+    } else if (t - s.seen >= touch_every()) {
         X_sstore_run(X_SSQL::TOUCH, {{s.sid, 0}, {nullptr, t}});
+    } else {
+        X_sstore_run(X_SSQL::FIND, {{s.sid, 0}});
     }
 }
 
@@ -266,8 +277,7 @@ void write_changes() {
     long t = now();
     Writes ws{};
     if (s.active) changes(&ws);
-    long touch = x_SITE.session_idle / 16 > 1 ? x_SITE.session_idle / 16 : 1;
-    bool row = s.active && (ws.n || s.token_changed || s.moved[0] || t - s.seen >= touch);
+    bool row = s.active && (ws.n || s.token_changed || s.moved[0] || t - s.seen >= touch_every());
     if (s.fresh && !ws.n && !s.token[0]) row = false;  // nothing worth a row yet
     if (row || s.dropped[0]) {
         X_TRACE("X_session_save: %d variable(s) changed", ws.n);

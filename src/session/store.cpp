@@ -49,6 +49,7 @@ const char *const SQL[NSQL] = {
     "INSERT INTO tolm_sessions (sid, created, seen, token) VALUES (?1, ?2, ?3, ?4)",
     "UPDATE tolm_sessions SET seen = ?2 WHERE sid = ?1",
     "UPDATE tolm_sessions SET seen = ?2, token = ?3 WHERE sid = ?1",
+    "SELECT 1 FROM tolm_sessions WHERE sid = ?1",
     // PostgreSQL looks the session up; SQLite skips the statement instead
     // when the transaction did not find the session's row (SQLITE_PUT).
     "INSERT INTO tolm_session_vars (sid, name, value) SELECT ?1, ?2, ?3 WHERE EXISTS "
@@ -142,15 +143,13 @@ void checkpoint() {
 }
 
 int open_sqlite(const char *path) {
-    int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
-    if (sqlite3_open_v2(path, &db, flags, nullptr) != SQLITE_OK) {
+    if (X_sqlite_open(path, &db, BUSY_MS) != SQLITE_OK) {
         fail(db ? sqlite3_errmsg(db) : "out of memory");
         sqlite3_close(db);
         db = nullptr;
         return -1;
     }
     owner = getpid();
-    sqlite3_busy_timeout(db, BUSY_MS);
     sqlite3_db_config(db, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
     wal_pages = 0;
     sqlite3_wal_hook(db, count_wal, nullptr);
@@ -192,16 +191,15 @@ sqlite3_stmt *bound(int i, std::initializer_list<X_sarg> args) {
     return st;
 }
 
-// Runs statement i to its end. 0 or -1.
+// Runs statement i to its end: the rows it gave, or -1.
 int step_sqlite(int i, std::initializer_list<X_sarg> args) {
     sqlite3_stmt *st = bound(i, args);
     if (!st) return -1;
-    int rc;
-    while ((rc = sqlite3_step(st)) == SQLITE_ROW) {
-    }
+    int rc, rows = 0;
+    while ((rc = sqlite3_step(st)) == SQLITE_ROW) ++rows;
     if (rc != SQLITE_DONE) fail_db();
     sqlite3_reset(st);
-    return rc == SQLITE_DONE ? 0 : -1;
+    return rc == SQLITE_DONE ? rows : -1;
 }
 
 // Runs a statement of the open transaction; PUT only for the session whose
@@ -209,12 +207,14 @@ int step_sqlite(int i, std::initializer_list<X_sarg> args) {
 int run_sqlite(X_SSQL which, std::initializer_list<X_sarg> args) {
     const char *sid = args.size() ? args.begin()->text : nullptr;
     if (which == X_SSQL::PUT && (!sid || strcmp(sid, found))) return 0;  // the session is gone
-    if (step_sqlite(static_cast<int>(which), args) != 0) {
+    int rows = step_sqlite(static_cast<int>(which), args);
+    if (rows < 0) {
         broken = true;
         return -1;
     }
     bool row = which == X_SSQL::NEW || which == X_SSQL::TOUCH || which == X_SSQL::TOUCH_TOKEN;
-    if (row && sid && sqlite3_changes(db) > 0) snprintf(found, sizeof found, "%s", sid);
+    if (sid && ((row && sqlite3_changes(db) > 0) || (which == X_SSQL::FIND && rows > 0)))
+        snprintf(found, sizeof found, "%s", sid);
     return 0;
 }
 
@@ -361,7 +361,7 @@ int X_sstore_begin() {
     if (X_sstore_open() != 0) return -1;
     broken = false;
     found[0] = '\0';
-    if (!be) return step_sqlite(BEGIN, {});
+    if (!be) return step_sqlite(BEGIN, {}) < 0 ? -1 : 0;
     tx.len = 0;
     X_sbuf_str(&tx, "BEGIN;");
     return 0;
@@ -370,6 +370,7 @@ int X_sstore_begin() {
 int X_sstore_run(X_SSQL which, std::initializer_list<X_sarg> args) {
     if (!db && !be) return fail("the session store is not open");
     if (!be) return run_sqlite(which, args);
+    if (which == X_SSQL::FIND) return 0;
     pg_text(&tx, static_cast<int>(which), args);
     X_sbuf_add(&tx, ";", 1);
     return 0;
@@ -378,7 +379,7 @@ int X_sstore_run(X_SSQL which, std::initializer_list<X_sarg> args) {
 int X_sstore_commit() {
     if (!db && !be) return fail("the session store is not open");
     if (!be) {
-        if (!broken && step_sqlite(COMMIT, {}) == 0) return 0;
+        if (!broken && step_sqlite(COMMIT, {}) >= 0) return 0;
         if (!sqlite3_get_autocommit(db)) {
             char keep[X_SQLERR];
             memcpy(keep, why, sizeof keep);

@@ -21,8 +21,10 @@ enum class X_SSQL {
     NEW,          // sid, created, seen, token
     TOUCH,        // sid, seen
     TOUCH_TOKEN,  // sid, seen, token
+    FIND,         // sid: finds the session's row without writing it (PostgreSQL:
+                  // nothing, its PUT looks the session up itself)
     PUT,          // sid, name, value: made or replaced while the session exists; the
-                  // transaction makes or touches the session's row first (NEW, TOUCH)
+                  // transaction makes, touches or finds the session's row first
     DEL,          // sid, name
     DROP_VARS,    // sid
     DROP,         // sid
