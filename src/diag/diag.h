@@ -4,6 +4,8 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
+#include <initializer_list>
+#include <string_view>
 
 #include "x.h"
 
@@ -48,6 +50,12 @@ struct X_fmtarg {
     const char *s;
 };
 int X_format(char *out, int size, const char *fmt, const X_fmtarg *args, int nargs);
+
+// Joins the parts into out: at most size - 1 bytes, always terminated.
+// Returns the length of the whole join, as snprintf does (size or more:
+// cut). Paths and keys on the start-up path are joined with it, which keeps
+// the C library's formatter out of every run.
+int X_join(char *out, int size, std::initializer_list<std::string_view> parts);
 
 // Stack guard for recursion through pages, calls and references: -1 when
 // the remaining stack is below a safe margin; the caller reports it.

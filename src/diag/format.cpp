@@ -176,3 +176,14 @@ int X_format(char *out, int size, const char *fmt, const X_fmtarg *args, int nar
     out[sink.len] = 0;
     return sink.len;
 }
+
+int X_join(char *out, int size, std::initializer_list<std::string_view> parts) {
+    Sink sink{out, size, 0};
+    int whole = 0;
+    for (std::string_view part : parts) {
+        sink.put(part.data(), static_cast<int>(part.size()));
+        whole += static_cast<int>(part.size());
+    }
+    if (size > 0) out[sink.len] = '\0';
+    return whole;
+}

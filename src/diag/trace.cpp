@@ -31,7 +31,7 @@ int PrintTM(FILE *fp) {
 // A path that does not fit is never tested or opened in a cut form.
 static bool marker(const char *name) {
     char path[4096];
-    int n = snprintf(path, sizeof path, "%s/%s", X_HOME, name);
+    int n = X_join(path, sizeof path, {X_HOME, "/", name});
     return n > 0 && n < static_cast<int>(sizeof path) && access(path, 0) == 0;
 }
 

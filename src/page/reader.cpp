@@ -114,14 +114,15 @@ static X_FILE *load(const char *path, const struct stat &st) {
 static void page_dir(const char *path, char *dir, size_t cap) {
     const char *root = X_get_value("X_ROOT");
     size_t rl = root ? strlen(root) : 0;
+    int size = static_cast<int>(cap);
     if (root && strcmp(root, "/") != 0 && strncmp(path, root, rl) == 0)
-        snprintf(dir, cap, "./%s", path[rl] ? path + rl + 1 : "");
+        X_join(dir, size, {"./", path[rl] ? path + rl + 1 : ""});
     else
-        snprintf(dir, cap, "%s", path);
+        X_join(dir, size, {path});
     char *slash = strrchr(dir, '/');
     if (slash) *slash = 0;
     else dir[0] = 0;
-    if (!dir[0]) snprintf(dir, cap, "/");
+    if (!dir[0]) X_join(dir, size, {"/"});
 }
 
 // Fails the run on a page that cannot be read, unless the error trap took it.

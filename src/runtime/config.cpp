@@ -58,19 +58,19 @@ static void split_line(const char *line, SiteLine *s) {
 void X_server_key(char *key, int size) {
     const char *host = getenv("HTTP_HOST");
     if (host) {
-        snprintf(key, size, strchr(host, ':') ? "%s" : "%s:80", host);
+        X_join(key, size, {host, strchr(host, ':') ? "" : ":80"});
         return;
     }
     const char *name = getenv("SERVER_NAME");
     const char *port = getenv("SERVER_PORT");
-    snprintf(key, size, "%s:%s", name ? name : "shell", port ? port : "00");
+    X_join(key, size, {name ? name : "shell", ":", port ? port : "00"});
 }
 
 // Reads x.config and fills s with the first line for key ("*:*" matches
 // any server, except in shell mode). Returns true when a line matched.
 static bool find_site(const char *key, int shell, SiteLine *s) {
     char path[4096];
-    snprintf(path, sizeof path, "%s/x.config", X_HOME ? X_HOME : ".");
+    X_join(path, sizeof path, {X_HOME ? X_HOME : ".", "/x.config"});
     FILE *f = fopen(path, "r");
     if (!f) {
         if (!shell) {
@@ -124,17 +124,17 @@ int X_values(const char *prog, int shell) {
     static char pid[PIDSIZE];
     bool matched = find_site(key, shell, &site);
     if (matched) {
-        snprintf(root, sizeof root, "%s", site.root);
+        X_join(root, sizeof root, {site.root});
         if (chdir(root)) {
             // An unusable root leaves the working directory as it is.
         }
     } else {
-        snprintf(root, sizeof root, "/");
+        X_join(root, sizeof root, {"/"});
         site.base[0] = site.hold[0] = '\0';
     }
     X_TRACE("X_ROOT ===> {%s} \n", root);
 
-    snprintf(pid, sizeof pid, "%d", static_cast<int>(getpid()));
+    X_decimal(getpid(), pid);
     const char *slash = prog ? strrchr(prog, '/') : nullptr;
     X_put_value("X_ROOT", root, 1, 0);
     X_put_value("X_HOME", X_HOME ? X_HOME : ".", 1, 0);
@@ -143,7 +143,7 @@ int X_values(const char *prog, int shell) {
     X_put_value("X_MAXPOST", "262144", 1, 0);
     X_put_value("X_PROG", slash ? slash + 1 : (prog ? prog : ""), 1, 0);
 
-    snprintf(base, sizeof base, "%s", site.base[0] ? site.base : "Tolm");
+    X_join(base, sizeof base, {site.base[0] ? site.base : "Tolm"});
     X_BASE_hold = !strcmp(site.hold, "hold");
     X_BASE = base;
     X_put_value("X_BASE", base, X_BASE_hold, 0);

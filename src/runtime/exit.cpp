@@ -4,6 +4,7 @@
 
 #include "db/db.h"
 #include "diag/diag.h"
+#include "storage/store.h"
 #include "form/form.h"
 #include "page/output.h"
 #include "page/page.h"
@@ -35,9 +36,9 @@ void X_exit(int status) {
     X_flush_out();  // collected text does not wait for the database to close
     X_finish();
     X_session_save();  // after the page's connection, on one of its own
-    char tmp[4096];
-    int n = snprintf(tmp, sizeof tmp, "%s/X.%d", TMP_DIR ? TMP_DIR : "/tmp",
-                     static_cast<int>(getpid()));
+    char tmp[4096], pid[24];
+    X_decimal(getpid(), pid);
+    int n = X_join(tmp, sizeof tmp, {TMP_DIR ? TMP_DIR : "/tmp", "/X.", pid});
     if (n < static_cast<int>(sizeof tmp)) unlink(tmp);  // never a cut path
     if (X_safe()) X_upload_cleanup();  // what the page did not move away
     X_TRACE("X_exit: exit...");

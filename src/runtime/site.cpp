@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "diag/diag.h"
 #include "runtime/config.h"
 #include "x.h"
 
@@ -138,7 +139,7 @@ int X_site_load(const char *path, const char *key, X_SITE *site, FILE *err) {
 int X_site() {
     char key[512], path[4096];
     X_server_key(key, sizeof key);
-    int n = snprintf(path, sizeof path, "%s/x.site", X_HOME ? X_HOME : ".");
+    int n = X_join(path, sizeof path, {X_HOME ? X_HOME : ".", "/x.site"});
     if (n < static_cast<int>(sizeof path)) X_site_load(path, key, &x_SITE, stderr);
     if (X_safe()) HTML = 0;  // UTF-8 text passes unchanged
     return 0;

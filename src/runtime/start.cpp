@@ -41,7 +41,7 @@ static char *find_home() {
     if (char *home = getenv("X_HOME")) return home;
     for (char *h : homes) {
         char path[80];
-        snprintf(path, sizeof path, "%s/x.config", h);
+        X_join(path, sizeof path, {h, "/x.config"});
         if (access(path, F_OK) == 0) return h;
     }
     return here;
@@ -69,7 +69,7 @@ static void load_env(FILE *f) {
 int X_env() {
     X_HOME = find_home();
     char path[4096];
-    int n = snprintf(path, sizeof path, "%s/x.env", X_HOME);
+    int n = X_join(path, sizeof path, {X_HOME, "/x.env"});
     if (FILE *f = n < static_cast<int>(sizeof path) ? fopen(path, "r") : nullptr) {
         load_env(f);
         fclose(f);
@@ -80,7 +80,7 @@ int X_env() {
         TMP_DIR = tmp;
         if (static_cast<int>(sizeof buff_env) - env_used >= 15) {
             char *slot = buff_env + env_used;
-            snprintf(slot, sizeof buff_env - env_used, "TMP_DIR=%s", tmp);
+            X_join(slot, static_cast<int>(sizeof buff_env) - env_used, {"TMP_DIR=", tmp});
             putenv(slot);
             env_used += static_cast<int>(strlen(slot)) + 2;
         }

@@ -34,6 +34,18 @@ TEST(Format, PageFormatsAreSafe) {
     EXPECT_STREQ(out, " and mo");
 }
 
+// Joined paths are cut at the buffer, always terminated, and the length of
+// the whole join tells a cut one (as snprintf would).
+TEST(Format, JoinCutsAndTellsTheWholeLength) {
+    char out[8];
+    EXPECT_EQ(X_join(out, sizeof out, {"/a", "/", "x.env"}), 8);
+    EXPECT_STREQ(out, "/a/x.en");
+    EXPECT_EQ(X_join(out, sizeof out, {"", "ab", ""}), 2);
+    EXPECT_STREQ(out, "ab");
+    EXPECT_EQ(X_join(out, 1, {"abc"}), 3);
+    EXPECT_STREQ(out, "");
+}
+
 // The name is kept to 126 characters, and kept when the trap is removed.
 TEST(ErrTrap, NameIsCutAndOutlivesRemoval) {
     std::string name(126, 'f');
