@@ -1,6 +1,8 @@
 // Command dispatch: keywords to handlers, and the block-body runner.
+#include <array>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 #include "control/blocks.h"
 #include "control/let.h"
@@ -22,7 +24,7 @@
 #include "syscmd/streams.h"
 #include "subst/subst.h"
 
-const X_CMDROW x_CMD[X_NCMD] = {
+constexpr X_CMDROW x_CMD[X_NCMD] = {
     {"option", 1},    {"compile", 2},    {"html", 3},     {"sqltrap", 4},   {"sleep", 5},
     {"usleep", 6},    {"chdir", 7},      {"sqlnames", 8}, {"quit", 9},      {"shell", 10},
     {"set", 11},      {"vset", 44},      {"add", 12},     {"vadd", 45},     {"include", 13},
@@ -125,19 +127,55 @@ constexpr Handler handlers[kMaxCode + 1] = {
     /* 51 */ {PLAIN, "X_session", X_session, nullptr, nullptr},
 };
 
-// Builds the keyword tree on first use.
+// The keywords in the order of their names, sorted by the compiler.
+constexpr auto BY_NAME = [] {
+    constexpr int n = X_NCMD - 1;
+    std::array<int8_t, n> at{};
+    for (int i = 0; i < n; i++) at[i] = static_cast<int8_t>(i);
+    for (int i = 1; i < n; i++)
+        for (int j = i; j > 0 && std::string_view(x_CMD[at[j]].keyword) <
+                                      std::string_view(x_CMD[at[j - 1]].keyword); j--)
+            std::swap(at[j], at[j - 1]);
+    return at;
+}();
+
+// Links the keywords BY_NAME[lo, hi) into *at as a balanced subtree, whose
+// halves differ in size by one at most; answers its height.
+int link_keywords(avl **at, int lo, int hi) {
+    *at = nullptr;
+    if (lo >= hi) return 0;
+    int mid = (lo + hi) / 2;
+    auto *node = static_cast<X_CMD *>(X_heap_alloc(x_BUFFERS.hp, sizeof(X_CMD)));
+    if (!node) return 0;
+    const X_CMDROW &r = x_CMD[BY_NAME[mid]];
+    node->avl.key = const_cast<char *>(r.keyword);
+    node->avl.data = nullptr;
+    node->code = static_cast<int16_t>(r.code);
+    int left = link_keywords(&node->avl.left, lo, mid);
+    int right = link_keywords(&node->avl.right, mid + 1, hi);
+    node->avl.balance = right - left;
+    *at = &node->avl;
+    return 1 + (left > right ? left : right);
+}
+
+// Builds the keyword tree on first use. Under a trace every keyword is
+// inserted (the trace shows each); otherwise the tree is linked straight
+// from the sorted table, without a comparison.
 void build_tree() {
     static int init;
     if (init) return;
     init = 1;
+    if (!Trace && !Debug) {
+        link_keywords(&x_BUFFERS.ctree.root, 0, X_NCMD - 1);
+        AVL_generation++;
+        return;
+    }
     for (const X_CMDROW *r = x_CMD; r->keyword; r++) {
         auto *node = static_cast<X_CMD *>(X_heap_alloc(x_BUFFERS.hp, sizeof(X_CMD)));
         if (!node) return;
         node->avl.key = const_cast<char *>(r->keyword);
         node->code = static_cast<int16_t>(r->code);
-        // The keywords are all different: only a trace needs the search.
-        if (Trace || Debug) AVL_insert(&x_BUFFERS.ctree, &node->avl);
-        else AVL_insert_new(&x_BUFFERS.ctree, &node->avl);
+        AVL_insert(&x_BUFFERS.ctree, &node->avl);
     }
 }
 

@@ -165,17 +165,12 @@ int AVL_insert(avl_tree *tree, avl *node)
     X_TRACE("AVL_insert key: [%s] ", key ? key : "");
     if (!tree || !node || !key || AVL_search(tree, key))
         return -1;
-    AVL_insert_new(tree, node);
-    return 0;
-}
-
-void AVL_insert_new(avl_tree *tree, avl *node)
-{
     node->left = nullptr;
     node->right = nullptr;
     node->balance = 0;
     insert(tree, &tree->root, node);
     AVL_generation++;
+    return 0;
 }
 
 // ---- Remove ------------------------------------------------------------

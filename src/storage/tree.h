@@ -4,9 +4,6 @@
 #include "x.h"
 
 int AVL_insert(avl_tree *tree, avl *node);
-// Inserts NODE, whose key the caller knows to be new, without a trace:
-// the same tree as AVL_insert makes, without its search.
-void AVL_insert_new(avl_tree *tree, avl *node);
 // Changes with every successful insert and removal in any tree, so that a
 // record found once can be trusted for as long as it stays the same.
 extern unsigned long AVL_generation;

@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <string>
 
@@ -22,6 +24,24 @@ TEST(Dispatch, EveryKeywordIsFoundWithItsCode) {
     EXPECT_EQ(rows, 53);
     EXPECT_EQ(X_search_command("SET"), -1);  // exact and case-sensitive
     EXPECT_EQ(X_search_command("set "), -1);
+    // The tree is linked straight from the sorted table: every keyword once,
+    // in order, and balanced as the insertions would keep it.
+    std::string order, prev;
+    int nodes = 0;
+    auto walk = [&](auto &self, const avl *n) -> int {
+        if (!n) return 0;
+        int left = self(self, n->left);
+        std::string key = static_cast<const char *>(n->key);
+        EXPECT_LT(prev, key);
+        prev = key;
+        nodes++;
+        int right = self(self, n->right);
+        EXPECT_EQ(n->balance, right - left) << key;
+        EXPECT_LE(std::abs(right - left), 1) << key;
+        return 1 + std::max(left, right);
+    };
+    EXPECT_EQ(walk(walk, x_BUFFERS.ctree.root), 6);  // 53 keywords
+    EXPECT_EQ(nodes, 53);
 }
 
 // In a sandbox the commands that reach outside the process are consumed and
