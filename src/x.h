@@ -39,6 +39,7 @@ struct avl_tree {
 struct heapblock {
     heapblock *m_next;  // next block of the same chain
     int16_t m_used;     // small: bytes handed out; big: request size
+    int16_t m_shift;    // small: bytes before the header in its allocation
 };
 using heapblock_t = heapblock;
 
