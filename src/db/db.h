@@ -18,9 +18,9 @@ constexpr int X_SQLERR = 256;         // message text a back end keeps, terminat
 constexpr int X_MAXCELL = 4 << 20;    // longest column value a back end hands over
 constexpr int X_FETCH_END = 100;      // X_select_sql(1, ...) at the end of the rows
 
-// One back end: the five operations with the same contracts.
 struct sqlite3;
 
+// One back end: the five operations with the same contracts.
 struct X_backend {
     const char *name;
     int (*open)(const char *dbname, const char *user, const char *passwd);

@@ -4,13 +4,13 @@
 
 #include "db/db.h"
 #include "diag/diag.h"
-#include "storage/store.h"
 #include "form/form.h"
 #include "page/output.h"
 #include "page/page.h"
 #include "runtime/runtime.h"
 #include "runtime/site.h"
 #include "session/session.h"
+#include "storage/store.h"
 #include "x.h"
 
 // Writes the banner comment once; it also ends the HTTP header.

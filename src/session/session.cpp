@@ -253,7 +253,7 @@ void collect(long t) {
 }
 
 // The statements of the session's own row: made, moved, touched, or only
-// found while its last visit is recent enough (TOUCH_EVERY), so that a
+// found while its last visit is recent enough (touch_every), so that a
 // save writes the pages of its variables alone.
 void session_row(long t) {
     if (s.moved[0]) {

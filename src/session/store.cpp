@@ -49,7 +49,10 @@ const char *const SQL[NSQL] = {
     "INSERT INTO tolm_sessions (sid, created, seen, token) VALUES (?1, ?2, ?3, ?4)",
     "UPDATE tolm_sessions SET seen = ?2 WHERE sid = ?1",
     "UPDATE tolm_sessions SET seen = ?2, token = ?3 WHERE sid = ?1",
-    "SELECT 1 FROM tolm_sessions WHERE sid = ?1",
+    // PostgreSQL waits here for a request that is ending the session (the
+    // row lock a TOUCH would take, without writing the row); SQLite's
+    // transaction holds the write lock already (SQLITE_FIND).
+    "SELECT 1 FROM tolm_sessions WHERE sid = ?1 FOR SHARE",
     // PostgreSQL looks the session up; SQLite skips the statement instead
     // when the transaction did not find the session's row (SQLITE_PUT).
     "INSERT INTO tolm_session_vars (sid, name, value) SELECT ?1, ?2, ?3 WHERE EXISTS "
@@ -70,7 +73,9 @@ const char *const SQL[NSQL] = {
 };
 
 const char *SQLITE_PUT = "REPLACE INTO tolm_session_vars (sid, name, value) VALUES (?1, ?2, ?3)";
+const char *SQLITE_FIND = "SELECT 1 FROM tolm_sessions WHERE sid = ?1";
 constexpr int PUT = static_cast<int>(X_SSQL::PUT);
+constexpr int FIND = static_cast<int>(X_SSQL::FIND);
 
 // ---- The store's state ----------------------------------------------------
 sqlite3 *db;                // the own SQLite connection, null when closed
@@ -80,7 +85,7 @@ int wal_pages;              // pages in db's log after its last commit
 const X_backend *be;        // PostgreSQL: the back end while connected
 X_sbuf tx;                  // PostgreSQL: the open transaction's text
 bool broken;                // SQLite: a statement of the transaction failed
-char found[X_SID_LEN + 1];  // SQLite: the session whose row the transaction made or touched
+char found[X_SID_LEN + 1];  // SQLite: the session whose row the transaction made, touched or found
 char why[X_SQLERR];         // the last failure
 int saved_rowcount;         // the page's database results, kept across a use
 long saved_insert_id;
@@ -169,7 +174,7 @@ int make_tables() {
 sqlite3_stmt *prepare(int i) {
     if (stmt[i]) return stmt[i];
     for (int tries = 0; tries < 2; tries++) {
-        const char *sql = i == PUT ? SQLITE_PUT : SQL[i];
+        const char *sql = i == PUT ? SQLITE_PUT : i == FIND ? SQLITE_FIND : SQL[i];
         if (sqlite3_prepare_v3(db, sql, -1, SQLITE_PREPARE_PERSISTENT, &stmt[i], nullptr) ==
             SQLITE_OK)
             return stmt[i];
@@ -370,7 +375,6 @@ int X_sstore_begin() {
 int X_sstore_run(X_SSQL which, std::initializer_list<X_sarg> args) {
     if (!db && !be) return fail("the session store is not open");
     if (!be) return run_sqlite(which, args);
-    if (which == X_SSQL::FIND) return 0;
     pg_text(&tx, static_cast<int>(which), args);
     X_sbuf_add(&tx, ";", 1);
     return 0;

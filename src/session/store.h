@@ -21,8 +21,8 @@ enum class X_SSQL {
     NEW,          // sid, created, seen, token
     TOUCH,        // sid, seen
     TOUCH_TOKEN,  // sid, seen, token
-    FIND,         // sid: finds the session's row without writing it (PostgreSQL:
-                  // nothing, its PUT looks the session up itself)
+    FIND,         // sid: finds the session's row, and waits for a transaction that
+                  // is removing it, without writing it
     PUT,          // sid, name, value: made or replaced while the session exists; the
                   // transaction makes, touches or finds the session's row first
     DEL,          // sid, name

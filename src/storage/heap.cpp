@@ -8,6 +8,7 @@
 // 32-aligned and four 256-byte pieces fill a block exactly.
 #include "storage/heap.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 
@@ -31,7 +32,7 @@ static long num(const void *p)
 // allocation, which splits a larger chunk every time).
 static heapblock *small_new()
 {
-    static_assert(HDR % 16 == 0 && X_HEAP_ALIGN == 32);
+    static_assert(HDR % 16 == 0 && X_HEAP_ALIGN == 32 && alignof(std::max_align_t) >= 16);
     constexpr size_t size = 16 + HDR + X_HEAP_BLOCK;
     auto *base = static_cast<char *>(malloc(size));
     if (!base)

@@ -62,7 +62,7 @@ class Visitor:
         return self.request("POST", page, urllib.parse.urlencode(dict(fields, X_PAGE=page)))
 
 
-def checks(site, store_rows):
+def checks(site, store):
     def login_see_name_logout():
         v = Visitor(site)
         expect_eq(v.get("who.html").page, "user=[]\n")
@@ -107,7 +107,19 @@ def checks(site, store_rows):
             t.join()
         expect_eq(errors, [])
         expect_eq(v.get("vals.html").page, "0 17 49\n")
-        expect_eq(store_rows(v.sid), 51, "every variable kept, and the login")
+        expect_eq(store.rows(v.sid), 51, "every variable kept, and the login")
+
+    def save_racing_the_end():
+        # Another request ends the session while this one saves: the save
+        # waits for it and then keeps nothing, no variable of a gone session.
+        v = Visitor(site)
+        v.get("login.html?user=late")
+        sid = v.sid
+        ended = store.end_slowly(sid, 1.0)
+        time.sleep(0.3)
+        expect_eq(v.get("add.html?n=7").page, "ok\n")
+        ended()
+        expect_eq(store.rows(sid), 0, "no variable outlives its session")
 
     def form_token():
         v = Visitor(site)
@@ -134,11 +146,11 @@ def checks(site, store_rows):
         u.get("login.html?user=still")
         expect_eq(u.get("who.html").page, "user=[still]\n", "the store is intact")
 
-    return [login_see_name_logout, fixation, fifty_concurrent_writers, form_token,
-            hostile_cookies]
+    return [login_see_name_logout, fixation, fifty_concurrent_writers, save_racing_the_end,
+            form_token, hostile_cookies]
 
 
-def expiry(site, store_rows):
+def expiry(site, store):
     def idle_session_expires():
         v = Visitor(site)
         v.get("login.html?user=sleepy")
@@ -147,7 +159,7 @@ def expiry(site, store_rows):
         time.sleep(3.2)
         expect_eq(v.get("who.html").page, "user=[]\n")
         expect(v.sid != old, "an expired id is replaced")
-        expect_eq(store_rows(old), 0, "and its rows removed")
+        expect_eq(store.rows(old), 0, "and its rows removed")
     return [idle_session_expires]
 
 
@@ -174,36 +186,70 @@ def demo(site):
     return [demo_login_notes_and_logout]
 
 
-def sqlite_rows(site):
-    import sqlite3
-    import glob
+class SqliteStore:
+    """The SQLite store file of the site, read and written from here."""
 
-    def rows(sid):
-        path = glob.glob(site.path("home", "sessions-*.db"))[0]
-        with sqlite3.connect(path) as db:
+    def __init__(self, site):
+        self.site = site
+
+    def connect(self):
+        import glob
+        import sqlite3
+        path = glob.glob(self.site.path("home", "sessions-*.db"))[0]
+        return sqlite3.connect(path, isolation_level=None, timeout=10)
+
+    def rows(self, sid):
+        with self.connect() as db:
             return db.execute("SELECT count(*) FROM tolm_session_vars WHERE sid = ?",
                               (sid,)).fetchone()[0]
-    return rows
+
+    def end_slowly(self, sid, seconds):
+        """Ends the session in a transaction held open for SECONDS, as a
+        slow request would; returns the function that waits for it."""
+        def end():
+            db = self.connect()
+            db.execute("BEGIN IMMEDIATE")
+            for table in ("tolm_session_vars", "tolm_sessions"):
+                db.execute("DELETE FROM %s WHERE sid = ?" % table, (sid,))
+            time.sleep(seconds)
+            db.execute("COMMIT")
+            db.close()
+        t = threading.Thread(target=end)
+        t.start()
+        return t.join
 
 
-def pg_rows(pg):
-    import subprocess
+class PgStore:
+    """The same on the PostgreSQL server, through psql."""
 
-    def rows(sid):
-        out = subprocess.run([os.path.join(pg.bin, "psql"), "-At", "-c",
-                              "SELECT count(*) FROM tolm_session_vars WHERE sid = '%s'" % sid],
-                             env=dict(os.environ, **pg.env), capture_output=True, text=True)
-        return int(out.stdout.strip())
-    return rows
+    def __init__(self, pg):
+        self.pg = pg
+
+    def psql(self, sql):
+        import subprocess
+        return subprocess.Popen([os.path.join(self.pg.bin, "psql"), "-At", "-c", sql],
+                                env=dict(os.environ, **self.pg.env), text=True,
+                                stdout=subprocess.PIPE)
+
+    def rows(self, sid):
+        out, _ = self.psql("SELECT count(*) FROM tolm_session_vars WHERE sid = '%s'" % sid) \
+            .communicate()
+        return int(out.strip())
+
+    def end_slowly(self, sid, seconds):
+        p = self.psql("BEGIN; DELETE FROM tolm_session_vars WHERE sid = '%s'; DELETE FROM "
+                      "tolm_sessions WHERE sid = '%s'; SELECT pg_sleep(%s); COMMIT;" %
+                      (sid, sid, seconds))
+        return p.communicate
 
 
 def main(tolm):
     failed = 0
     with server.Site(tolm, PAGES) as site:
         site.write(site.path("home", "x.site"), "session on\n")
-        failed += server.run_checks(checks(site, sqlite_rows(site)))
+        failed += server.run_checks(checks(site, SqliteStore(site)))
         site.write(site.path("home", "x.site"), "session on\nsession_idle 2\n")
-        failed += server.run_checks(expiry(site, sqlite_rows(site)))
+        failed += server.run_checks(expiry(site, SqliteStore(site)))
     examples = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "examples")
     with open(os.path.join(examples, "x.config.in")) as f:
         config = f.read()
@@ -217,7 +263,7 @@ def main(tolm):
             site.write(site.path("home", "x.env"),
                        "".join("%s=%s\n" % kv for kv in pg.env.items()))
             site.write(site.path("home", "x.site"), "session on\n")
-            failed += server.run_checks(checks(site, pg_rows(pg)))
+            failed += server.run_checks(checks(site, PgStore(pg)))
     return failed
 
 
