@@ -172,51 +172,49 @@ struct Gen {
 
 }  // namespace
 
+struct PlanCase {
+    const char *line;
+    bool planned;
+};
+
+// Each line gets a plan from PREPARE exactly when it is marked planned.
+template <typename Plan, size_t N>
+void expect_plans(const PlanCase (&cases)[N], int (*prepare)(const char *, Plan *)) {
+    for (const PlanCase &c : cases) {
+        Plan plan;
+        EXPECT_EQ(prepare(c.line, &plan) == 0, c.planned) << c.line;
+    }
+}
+
 TEST(Prepared, LinesThatGetAPlan) {
-    struct Case {
-        const char *line;
-        bool planned;
-    };
-    const Case lets[] = {
+    const PlanCase lets[] = {
         {"<@n>+= $(i)", true},    {"<@n>++", true},          {"<@n>= word", true},
         {"<@n>=$(i)", true},      {"<@n>-= 5 junk", true},   {"<@n>+= $(i) $(j)", false},
         {"<@$(v)>= 1", false},    {"<@n>= 'a b'", false},    {"<@n>;= x", false},
         {"<@n>$= x", false},      {"<@n>++ $(i)", false},    {"<@n>+= $(len:i)", false},
         {"<@n>+= $(i)x", false},  {"<@n>+= x$(i)", false},   {"<@n> nothing", false},
     };
-    for (const Case &c : lets) {
-        X_LETPLAN plan;
-        EXPECT_EQ(X_let_prepare(c.line, &plan) == 0, c.planned) << c.line;
-    }
-    const Case ifs[] = {
+    expect_plans(lets, X_let_prepare);
+    const PlanCase ifs[] = {
         {"<@if> icmp $(i) >= 100000 <@break>", true}, {"<@if> !cmp $(a) == x <@continue>", true},
         {"<@if> cmp $(a) &gt; $(b) <@break>", true},  {"<@if> icmp $(i) >= 1 <@set> x 1", false},
         {"<@if> cmp $(a) like x* <@break>", false},   {"<@if> cmp 'a b' == x <@break>", false},
         {"<@if> icmp 1 == 1 && 2 == 2 <@break>", false}, {"<@if> $(a) == x <@break>", false},
         {"<@if> icmp $(i) >= <@break>", false},       {"<@if> icmp x$(i) == 1 <@break>", false},
     };
-    for (const Case &c : ifs) {
-        X_IFPLAN plan;
-        EXPECT_EQ(X_if_prepare(c.line, &plan) == 0, c.planned) << c.line;
-    }
-    const Case heads[] = {
+    expect_plans(ifs, X_if_prepare);
+    const PlanCase heads[] = {
         {"<@if> icmp $(i) > 50000", true},       {"<@elif> !cmp $(a) == x", true},
         {"<@if> icmp $(i) > 5 <@break>", false},  {"<@elif> cmp $(a) like x*", false},
         {"<@if> cmp $(a) == x && 1", false},      {"<@else>", false},
     };
-    for (const Case &c : heads) {
-        X_IFPLAN plan;
-        EXPECT_EQ(X_if_head_prepare(c.line, &plan) == 0, c.planned) << c.line;
-    }
-    const Case texts[] = {
+    expect_plans(heads, X_if_head_prepare);
+    const PlanCase texts[] = {
         {"plain text\n", true},   {"a $(x) b $(y)\n", true},  {"$(x$(y))\n", false},
         {"$(len:x)\n", false},    {"$(x\n", false},           {"$()\n", false},
         {"cost $5 (net)\n", true},
     };
-    for (const Case &c : texts) {
-        X_TEXTPLAN plan;
-        EXPECT_EQ(X_text_prepare(c.line, &plan) == 0, c.planned) << c.line;
-    }
+    expect_plans(texts, X_text_prepare);
 }
 
 TEST(Prepared, RandomPagesReadTheSameBothWays) {
