@@ -149,7 +149,6 @@ int link_keywords(avl **at, int lo, int hi) {
     if (!node) return 0;
     const X_CMDROW &r = x_CMD[BY_NAME[mid]];
     node->avl.key = const_cast<char *>(r.keyword);
-    node->avl.data = nullptr;
     node->code = static_cast<int16_t>(r.code);
     int left = link_keywords(&node->avl.left, lo, mid);
     int right = link_keywords(&node->avl.right, mid + 1, hi);
