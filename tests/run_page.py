@@ -17,6 +17,7 @@ A case file holds sections, each opened by a line "--- KIND [ARG] [noeol]":
                  (its own last line break is not part of it: write \n)
   expect-file NAME   the exact content of a file after the run
   status         the exit status (default 0)
+  stack KIB      the run's stack limit, in KiB
 
 Lines before the first section are a description. Every section ends with
 the line break before the next one unless "noeol" is given. In every section
@@ -27,6 +28,7 @@ set to the scratch directory, then the case's own variables.
 """
 import os
 import re
+import resource
 import subprocess
 import sys
 import tempfile
@@ -81,6 +83,7 @@ def main():
         args = pages[:1]
         stdin = b""
         expect_status = 0
+        limit_stack = None
         for s in sections:
             text = fill(s["text"], tmp)
             if s["kind"] == "args":
@@ -98,12 +101,19 @@ def main():
                 stdin = text.encode("utf-8", "surrogateescape")
             elif s["kind"] == "status":
                 expect_status = int(text.strip())
+            elif s["kind"] == "stack":
+                limit_stack = int(s["arg"]) << 10
+
+        def limits():
+            if limit_stack is not None:
+                hard = resource.getrlimit(resource.RLIMIT_STACK)[1]
+                resource.setrlimit(resource.RLIMIT_STACK, (limit_stack, hard))
         for s in sections:
             if s["kind"] == "before":
                 subprocess.run(["sh", "-c", fill(s["text"], tmp)], cwd=tmp, env=env, check=True)
         try:
             run = subprocess.run([prog] + args, cwd=tmp, env=env, input=stdin,
-                                 capture_output=True, timeout=30)
+                                 capture_output=True, timeout=30, preexec_fn=limits)
         except subprocess.TimeoutExpired:
             print("FAIL: the run did not end within 30 seconds")
             return 1

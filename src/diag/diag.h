@@ -63,3 +63,14 @@ void X_stack_base(void *base);
 void X_stack_size(long bytes);  // the stack's size; a margin is kept free
 int X_stack_low();
 int X_stack_low_reserve(size_t reserve);  // as seen RESERVE bytes deeper
+// A run starts on the process stack (X_stack_defer) and moves to a large
+// one of its own when recursion gets deep: where recursion passes, a
+// function asks X_stack_due and, when it says so, runs itself again through
+// X_stack_deeper, which returns when that call has returned.
+void X_stack_defer();
+bool X_stack_due();
+void X_stack_deeper(void (*fn)(void *), void *arg);
+template <class F>
+void X_stack_deeper(F &call) {
+    X_stack_deeper([](void *f) { (*static_cast<F *>(f))(); }, &call);
+}

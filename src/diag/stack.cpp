@@ -1,11 +1,78 @@
-// Stack guard for the recursion of pages, blocks, calls and references.
+// The interpreter's stack: the guard for the recursion of pages, blocks,
+// calls and references, and the large stack that deep recursion moves to.
+//
+// A run starts on the process stack. Pages recurse with 64 KiB line buffers
+// in each frame, far deeper than the process stack allows, so once a run has
+// used the first stretch of it, the places where recursion passes (a page,
+// a block, a reference) continue on a large anonymous mapping, mapped on
+// first use and kept for the rest of the run. Most pages never get there and
+// pay nothing for it.
+#include <sys/mman.h>
+#include <ucontext.h>
+
 #include <cstddef>
 #include <cstdint>
 
 #include "diag/diag.h"
 
-static uintptr_t base;           // frame address where the interpreter started
-static uintptr_t limit = 6 << 20;  // usable bytes below base
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/common_interface_defs.h>
+#include <sanitizer/lsan_interface.h>
+#endif
+
+namespace {
+
+constexpr size_t kBig = 256UL << 20;   // the large stack
+constexpr size_t kGuard = 64UL << 10;  // unmapped-on-purpose bottom of it
+// Process stack a run may use before recursion moves on: one more round of
+// recursion and an eval: level's reserve still fit in what is left.
+constexpr uintptr_t kSwitchAt = 1UL << 20;
+
+uintptr_t base;                // frame address where the current stack starts
+uintptr_t limit = 6UL << 20;   // usable bytes below base
+bool deferred;                 // on the process stack, the large one to come
+void *big;                     // the large stack, once mapped
+
+int low_at(uintptr_t here) {
+    return base && here < base && base - here > limit ? -1 : 0;
+}
+
+uintptr_t frame() {
+    return reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+}
+
+// The guard's settings for the large stack, from its first frame.
+void big_guard(void *first) {
+    base = reinterpret_cast<uintptr_t>(first);
+    X_stack_size(static_cast<long>(kBig - kGuard));
+}
+
+struct Jump {
+    void (*fn)(void *);
+    void *arg;
+    ucontext_t back;
+#if defined(__SANITIZE_ADDRESS__)
+    void *fake = nullptr;
+    const void *from_bottom = nullptr;
+    size_t from_size = 0;
+#endif
+};
+Jump *jump;  // the call now running on the large stack
+
+void on_big() {
+    Jump *j = jump;
+#if defined(__SANITIZE_ADDRESS__)
+    __sanitizer_finish_switch_fiber(nullptr, &j->from_bottom, &j->from_size);
+#endif
+    int first;
+    big_guard(&first);
+    j->fn(j->arg);
+#if defined(__SANITIZE_ADDRESS__)
+    __sanitizer_start_switch_fiber(nullptr, j->from_bottom, j->from_size);
+#endif
+}  // returns to j->back through uc_link
+
+}  // namespace
 
 // Records where the stack starts and how much of it the interpreter may use.
 void X_stack_base(void *b) {
@@ -24,14 +91,64 @@ void X_stack_size(long bytes) {
 // -1 when the stack address HERE lies past the usable part of the stack.
 // X_stack_low_reserve asks it for the address RESERVE bytes below its caller,
 // so that a nested run needing that much is refused before it starts.
-static int low_at(uintptr_t here) {
-    return base && here < base && base - here > limit ? -1 : 0;
-}
-
 int X_stack_low() {
-    return low_at(reinterpret_cast<uintptr_t>(__builtin_frame_address(0)));
+    return low_at(frame());
 }
 
 int X_stack_low_reserve(size_t reserve) {
-    return low_at(reinterpret_cast<uintptr_t>(__builtin_frame_address(0)) - reserve);
+    return low_at(frame() - reserve);
+}
+
+void X_stack_defer() {
+    deferred = true;
+}
+
+bool X_stack_due() {
+    uintptr_t here = frame();
+    return deferred && !jump && here < base && base - here > kSwitchAt;
+}
+
+void X_stack_deeper(void (*fn)(void *), void *arg) {
+    if (!big) {
+        void *m = mmap(nullptr, kBig, PROT_READ | PROT_WRITE,
+                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_STACK, -1, 0);
+        if (m == MAP_FAILED) {
+            // No room for it: the run stays where it is, with its guard.
+            deferred = false;
+            fn(arg);
+            return;
+        }
+        mprotect(m, kGuard, PROT_NONE);
+        big = m;
+    }
+    uintptr_t saved_base = base, saved_limit = limit;
+    Jump j{fn, arg, {}};
+    ucontext_t there;
+    getcontext(&there);
+    there.uc_stack.ss_sp = big;
+    there.uc_stack.ss_size = kBig;
+    there.uc_link = &j.back;
+    makecontext(&there, on_big, 0);
+    jump = &j;
+#if defined(__SANITIZE_ADDRESS__)
+    // A run that ends down there leaves its frames up here: the leak check
+    // at exit must still see what they point to.
+    uintptr_t here = frame();
+    __lsan_register_root_region(reinterpret_cast<void *>(here), saved_base - here);
+    __sanitizer_start_switch_fiber(&j.fake, big, kBig);
+#endif
+    // Back here (a second return) once the call on the large stack ends.
+    volatile bool went = false;
+    getcontext(&j.back);
+    if (!went) {
+        went = true;
+        setcontext(&there);
+    }
+#if defined(__SANITIZE_ADDRESS__)
+    __sanitizer_finish_switch_fiber(j.fake, nullptr, nullptr);
+    __lsan_unregister_root_region(reinterpret_cast<void *>(here), saved_base - here);
+#endif
+    jump = nullptr;
+    base = saved_base;
+    limit = saved_limit;
 }

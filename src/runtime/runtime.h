@@ -21,7 +21,8 @@ int str_copy(char *dst, const char *src);
 // Shell mode: scans "-V", "-X_PAGE PATH", "-Name Value" and bare page paths;
 // "--version" or "--help" as the only argument prints and ends the run.
 void X_cmdline(int argc, char **argv);
-// Runs FN(ARGC, ARGV) on the interpreter's large stack (the process stack
-// when none can be mapped), with the recursion guard set for it. Never
-// returns: the run ends through X_exit.
+// Runs FN(ARGC, ARGV) with the recursion guard set: on the process stack
+// when its limit leaves room (deep recursion moves on to a large stack of
+// its own), else on the large stack from the start. Never returns: the run
+// ends through X_exit.
 [[noreturn]] void X_run_on_stack(void (*fn)(int, char **), int argc, char **argv);
