@@ -3,6 +3,7 @@
 
 #include <cstdarg>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <initializer_list>
 #include <string_view>
@@ -61,14 +62,25 @@ int X_join(char *out, int size, std::initializer_list<std::string_view> parts);
 // the remaining stack is below a safe margin; the caller reports it.
 void X_stack_base(void *base);
 void X_stack_size(long bytes);  // the stack's size; a margin is kept free
-int X_stack_low();
 int X_stack_low_reserve(size_t reserve);  // as seen RESERVE bytes deeper
+// Frame addresses below X_stack_floor are past the usable stack; below
+// X_stack_switch, recursion moves to the large stack (0: neither applies).
+// Both are checked on every line a loop runs, hence inline.
+extern uintptr_t X_stack_floor, X_stack_switch;
+inline uintptr_t X_stack_here() {
+    return reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+}
+inline int X_stack_low() {
+    return X_stack_here() < X_stack_floor ? -1 : 0;
+}
 // A run starts on the process stack (X_stack_defer) and moves to a large
 // one of its own when recursion gets deep: where recursion passes, a
 // function asks X_stack_due and, when it says so, runs itself again through
 // X_stack_deeper, which returns when that call has returned.
 void X_stack_defer();
-bool X_stack_due();
+inline bool X_stack_due() {
+    return X_stack_here() < X_stack_switch;
+}
 void X_stack_deeper(void (*fn)(void *), void *arg);
 template <class F>
 void X_stack_deeper(F &call) {

@@ -32,13 +32,12 @@ uintptr_t base;                // frame address where the current stack starts
 uintptr_t limit = 6UL << 20;   // usable bytes below base
 bool deferred;                 // on the process stack, the large one to come
 void *big;                     // the large stack, once mapped
+struct Jump *jump;             // the call now running on the large stack
 
-int low_at(uintptr_t here) {
-    return base && here < base && base - here > limit ? -1 : 0;
-}
-
-uintptr_t frame() {
-    return reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+// Derives the two thresholds the inline checks compare with.
+void settle() {
+    X_stack_floor = base > limit ? base - limit : 0;
+    X_stack_switch = deferred && !jump && base > kSwitchAt ? base - kSwitchAt : 0;
 }
 
 // The guard's settings for the large stack, from its first frame.
@@ -57,7 +56,6 @@ struct Jump {
     size_t from_size = 0;
 #endif
 };
-Jump *jump;  // the call now running on the large stack
 
 void on_big() {
     Jump *j = jump;
@@ -74,9 +72,12 @@ void on_big() {
 
 }  // namespace
 
+uintptr_t X_stack_floor, X_stack_switch;
+
 // Records where the stack starts and how much of it the interpreter may use.
 void X_stack_base(void *b) {
     base = reinterpret_cast<uintptr_t>(b);
+    settle();
 }
 
 // A quarter of the stack, at most 8 MiB, stays free for an error trap and
@@ -86,26 +87,19 @@ void X_stack_size(long bytes) {
     long margin = bytes / 4;
     if (margin > (8L << 20)) margin = 8L << 20;
     limit = static_cast<uintptr_t>(bytes - margin);
+    settle();
 }
 
-// -1 when the stack address HERE lies past the usable part of the stack.
-// X_stack_low_reserve asks it for the address RESERVE bytes below its caller,
-// so that a nested run needing that much is refused before it starts.
-int X_stack_low() {
-    return low_at(frame());
-}
-
+// -1 when a nested run needing RESERVE bytes of stack below the caller's
+// frame would pass the usable part of the stack: it is refused before it
+// starts.
 int X_stack_low_reserve(size_t reserve) {
-    return low_at(frame() - reserve);
+    return X_stack_here() - reserve < X_stack_floor ? -1 : 0;
 }
 
 void X_stack_defer() {
     deferred = true;
-}
-
-bool X_stack_due() {
-    uintptr_t here = frame();
-    return deferred && !jump && here < base && base - here > kSwitchAt;
+    settle();
 }
 
 void X_stack_deeper(void (*fn)(void *), void *arg) {
@@ -115,6 +109,7 @@ void X_stack_deeper(void (*fn)(void *), void *arg) {
         if (m == MAP_FAILED) {
             // No room for it: the run stays where it is, with its guard.
             deferred = false;
+            settle();
             fn(arg);
             return;
         }
@@ -130,10 +125,11 @@ void X_stack_deeper(void (*fn)(void *), void *arg) {
     there.uc_link = &j.back;
     makecontext(&there, on_big, 0);
     jump = &j;
+    settle();
 #if defined(__SANITIZE_ADDRESS__)
     // A run that ends down there leaves its frames up here: the leak check
     // at exit must still see what they point to.
-    uintptr_t here = frame();
+    uintptr_t here = X_stack_here();
     __lsan_register_root_region(reinterpret_cast<void *>(here), saved_base - here);
     __sanitizer_start_switch_fiber(&j.fake, big, kBig);
 #endif
@@ -151,4 +147,5 @@ void X_stack_deeper(void (*fn)(void *), void *arg) {
     jump = nullptr;
     base = saved_base;
     limit = saved_limit;
+    settle();
 }
