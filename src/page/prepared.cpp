@@ -1,6 +1,7 @@
 // Prepared lines: a table per page image, filled lazily by read position.
 #include "page/prepared.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -14,19 +15,64 @@ namespace {
 
 constexpr long kMaxImage = 64L << 20;  // larger images are read the usual way
 
-// The table of one image: for each read position 0 (not yet read), -2 (read
-// once), -1 (no entry) or the entry's number plus 1. A line is prepared when
-// it is read a second time: a line read once (most of a page outside loops
-// and functions) costs no more than before.
+// A read position of an image and what is known of it: -2 read once, -1 no
+// entry, or the entry's number plus 1. Position -1 marks a free slot.
+struct Seen {
+    int32_t pos;
+    int32_t state;
+};
+
+// The table of one image. A line is prepared when it is read a second time:
+// a line read once (most of a page outside loops and functions) costs no
+// more than before. The positions read are kept in a hash of their own,
+// sized by the lines read rather than by the image, so that a large page
+// does not clear four bytes per byte of text.
 struct Table {
     const X_FILE *file;  // the image
     const char *text;    // its text and size when the table was made
     long size;
-    int *at;             // size + 1 slots
+    Seen *seen;          // open addressing, at most half full
+    int bits;            // log2 of its slots
+    int used;
     X_LINE **lines;      // entries, in the order they were made
     int count, cap;
     Table *next;
 };
+
+constexpr int kFirstBits = 6;
+
+Seen *slot_of(Seen *seen, int bits, int32_t pos) {
+    uint32_t mask = (1u << bits) - 1;
+    uint32_t h = (static_cast<uint32_t>(pos) * 2654435769u) >> (32 - bits);
+    while (seen[h].pos != pos && seen[h].pos != -1) h = (h + 1) & mask;
+    return &seen[h];
+}
+
+Seen *new_slots(int bits) {
+    auto *seen = static_cast<Seen *>(malloc(sizeof(Seen) << bits));
+    if (seen) memset(seen, 0xff, sizeof(Seen) << bits);  // every position -1: free
+    return seen;
+}
+
+// The slot of POS, added with state 0 when the image was not read there yet;
+// NULL when the hash cannot grow.
+Seen *enter(Table *t, int32_t pos) {
+    Seen *e = slot_of(t->seen, t->bits, pos);
+    if (e->pos == pos) return e;
+    if (2 * (t->used + 1) > (1 << t->bits)) {
+        Seen *seen = new_slots(t->bits + 1);
+        if (!seen) return nullptr;
+        for (int i = 0; i < 1 << t->bits; i++)
+            if (t->seen[i].pos != -1) *slot_of(seen, t->bits + 1, t->seen[i].pos) = t->seen[i];
+        free(t->seen);
+        t->seen = seen;
+        t->bits++;
+        e = slot_of(seen, t->bits, pos);
+    }
+    t->used++;
+    *e = {pos, 0};
+    return e;
+}
 
 Table *tables;
 
@@ -39,13 +85,13 @@ Table *table_of(X_FILE *fp) {
         if (t->file == fp && t->text == fp->text && t->size == fp->size) return last = t;
     if (fp->size < 0 || fp->size > kMaxImage) return nullptr;
     auto *t = static_cast<Table *>(calloc(1, sizeof(Table)));
-    int *at = static_cast<int *>(calloc(fp->size + 1, sizeof(int)));
-    if (!t || !at) {
+    Seen *seen = new_slots(kFirstBits);
+    if (!t || !seen) {
         free(t);
-        free(at);
+        free(seen);
         return nullptr;
     }
-    *t = {fp, fp->text, fp->size, at, nullptr, 0, 0, tables};
+    *t = {fp, fp->text, fp->size, seen, kFirstBits, 0, nullptr, 0, 0, tables};
     return last = tables = t;
 }
 
@@ -132,21 +178,25 @@ namespace {
     if (fp->offset < 0 || fp->offset >= fp->size) return nullptr;
     Table *t = table_of(fp);
     if (!t) return nullptr;
-    int slot = t->at[fp->offset];
+    long pos = fp->offset;
+    Seen *e = enter(t, static_cast<int32_t>(pos));
+    if (!e) return nullptr;
+    int slot = e->state;
     if (slot > 0) {
         X_LINE *line = t->lines[slot - 1];
         X_where_mark(fp, line->last);  // reports name the line as if it was read
         return line;
     }
-    if (slot == 0) t->at[fp->offset] = -2;
+    if (slot == 0) e->state = -2;
     if (slot != -2) return nullptr;
-    X_LINE *line = read_line(fp, fp->offset);
+    X_LINE *line = read_line(fp, pos);
     if (line) classify(line);
+    e = slot_of(t->seen, t->bits, static_cast<int32_t>(pos));  // as the hash stands now
     if (!line || !add(t, line)) {
-        t->at[fp->offset] = -1;
+        e->state = -1;
         return nullptr;
     }
-    t->at[fp->offset] = t->count;
+    e->state = t->count;
     X_where_mark(fp, line->last);
     return line;
 }
@@ -159,7 +209,7 @@ X_LINE *X_line_at(X_FILE *fp) {
     const Table *t = last_table;
     long at = fp->offset;
     if (t && t->file == fp && t->text == fp->text && t->size == fp->size && at >= 0 && at < t->size) {
-        if (int slot = t->at[at]; slot > 0) {
+        if (int slot = slot_of(t->seen, t->bits, static_cast<int32_t>(at))->state; slot > 0) {
             X_LINE *line = t->lines[slot - 1];
             X_where_mark(fp, line->last);
             return line;

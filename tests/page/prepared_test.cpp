@@ -242,6 +242,15 @@ TEST(Prepared, CountedLoopKeepsItsResultAndErrorLines) {
     std::string slow = run(page, {}, 0);
     EXPECT_NE(slow.find("page.html:6: error"), std::string::npos) << slow;
     EXPECT_EQ(run(page, {}, 1), slow);
+    // A body of many lines, each met again on every round and looked up
+    // among all the others (the table of positions grows as lines come).
+    page = "<@set> i 0\n<@while>\n<@i>++\n";
+    for (int k = 0; k < 700; k++)
+        page += k % 7 ? "t" + std::to_string(k) + " $(i)\n" : "<@set> v" + std::to_string(k) + " $(i)\n";
+    page += "<@if> icmp $(i) >= 3 <@break>\n<@end>\n$(v693) $(v0)\n";
+    slow = run(page, {}, 0);
+    EXPECT_NE(slow.find("t699 3\n3 3\n"), std::string::npos) << slow.substr(slow.size() - 40);
+    EXPECT_EQ(run(page, {}, 1), slow);
 }
 
 TEST(Prepared, TextLinesKeepTheirPiecesInOrder) {
