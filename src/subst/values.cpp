@@ -6,7 +6,9 @@
 // name, prefix rows only its beginning. A name no row claims is a variable.
 #include "subst/values.h"
 
+#include <array>
 #include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -78,9 +80,40 @@ constexpr ValueRow rows[] = {
 };
 
 
+// Only rows whose word starts with the name's first character can match:
+// for each character, the first such row and, for each row, the next one,
+// in table order. Most variable names start where no row does.
+constexpr int kRows = sizeof rows / sizeof rows[0];
+constexpr uint8_t kNoRow = 0xff;
+static_assert(kRows < kNoRow);
+
+struct RowChains {
+    std::array<uint8_t, 256> first{};
+    std::array<uint8_t, kRows> next{};
+};
+
+constexpr RowChains row_chains()
+{
+    RowChains c;
+    c.first.fill(kNoRow);
+    c.next.fill(kNoRow);
+    for (int i = kRows - 1; i >= 0; i--) {
+        auto ch = static_cast<unsigned char>(rows[i].word[0]);
+        c.next[i] = c.first[ch];
+        c.first[ch] = static_cast<uint8_t>(i);
+    }
+    return c;
+}
+
+constexpr RowChains chains = row_chains();
+
 const ValueRow *find_row(std::string_view name)
 {
-    for (const ValueRow &row : rows) {
+    if (name.empty())
+        return nullptr;
+    for (uint8_t i = chains.first[static_cast<unsigned char>(name[0])]; i != kNoRow;
+         i = chains.next[i]) {
+        const ValueRow &row = rows[i];
         if (row.exact ? name == row.word : name.starts_with(row.word))
             return &row;
     }

@@ -31,6 +31,21 @@ int run(int (*handler)(char *, int, int), std::string line, int compile = 1) {
     return handler(line.data(), compile, 0);
 }
 
+// Which names a value function claims: the first character narrows the
+// search, whole-name rows need the whole name, prefix rows only its start.
+TEST(Values, NamesClaimedByValueFunctions) {
+    const std::pair<const char *, bool> names[] = {
+        {"", false},         {"name", true},      {"today", false},     {"today2", true},
+        {"tod", true},       {"trim:x", false},   {"txt2url:a", false}, {"t", true},
+        {"X_ROWS", false},   {"X_ROWSx", false},  {"X_ERRMSG", false},  {"X_ERRMSGx", true},
+        {"X_", true},        {"DIR", false},      {"DIRx", true},       {"\\t", false},
+        {"\\tx", true},      {"sh:ls", false},    {"session:id", false}, {"sql", true},
+        {"year:2020", false}, {"yea", true},      {"eval:x", false},    {"env:HOME", false},
+        {"expr:1", false},   {"e", true},         {"\xe9t\xe9", true},
+    };
+    for (auto [name, plain] : names) EXPECT_EQ(X_value_plain(name), plain) << name;
+}
+
 TEST(Values, RowsInTableOrder) {
     for (const char *name : {"X_VERSIONx", "len:v_x", "todayx", "DIRx", "v_Case"}) set(name, "mine");
     for (auto [name, value] : {std::pair{"v_s", "abcdef"}, {"v_colon", "a:b:c"}, {"v_empty", ""},
