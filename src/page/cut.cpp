@@ -35,9 +35,14 @@ void cut_comment(X_FILE *file, char *line) {
     uncomment(file, line, X_MAXLINE);
 }
 
+// Every byte is stored back, changed or not, so that the loop runs over
+// whole vectors of the line.
 static void blank_controls(char *s) {
-    for (; *s; s++)
-        if (static_cast<unsigned char>(*s) < 32 && *s != '\n') *s = ' ';
+    size_t n = strlen(s);
+    for (size_t i = 0; i < n; i++) {
+        auto c = static_cast<unsigned char>(s[i]);
+        s[i] = static_cast<char>(c < 32 && c != '\n' ? ' ' : c);
+    }
 }
 
 // Prepares one line of FILE held in LINE (capacity X_MAXLINE). Text lines
