@@ -3,9 +3,9 @@
 
 Usage: compare.py TOLM [RUNS]
 
-Three pages run from the shell under hyperfine -N: a one-line page, a
-typical page (20 variables, an if, a 50-row loop) and a 100,000-iteration
-loop. Each is measured in the same hyperfine run as a static C program that
+Four pages run from the shell under hyperfine -N: a one-line page, a
+typical page (20 variables, an if, a 50-row loop), a large page (22 KB of
+text lines with references) and a 100,000-iteration loop. Each is measured in the same hyperfine run as a static C program that
 prints exactly what Tolm printed (built here) and the same page in perl when
 perl is installed. The report gives median, min-max and the ratio to each
 reference; a 10x longer loop and the peak memory of both loops show whether
@@ -67,6 +67,20 @@ while (1) {
 }
 print "</table>\n<p>$v{v1} / $v{v2} / $v{v18}</p>\n</body></html>\n";
 '''
+
+
+LARGE_LINES = 330
+
+
+def large_page():
+    return "".join("<p>Line %d of the page, with $(name) and some more text here.</p>\n" % i
+                   for i in range(LARGE_LINES))
+
+
+def perl_large():
+    return ('my %%v = (name => "world");\nfor my $i (0 .. %d) {\n'
+            '  print "<p>Line $i of the page, with $v{name} and some more text here.</p>\\n";\n}\n'
+            % (LARGE_LINES - 1))
 
 
 def loop_page(n):
@@ -148,6 +162,7 @@ def main():
                "TMP_DIR": tmp}
         cases = [("one-line", ONE_LINE, PERL_ONE_LINE),
                  ("typical", typical_page(), perl_typical()),
+                 ("large", large_page(), perl_large()),
                  ("loop-100k", loop_page(LOOP), perl_loop(LOOP))]
         with open("/proc/loadavg") as f:
             print("load average before: " + " ".join(f.read().split()[:3]))
@@ -156,7 +171,8 @@ def main():
         for name, page, pl in cases:
             path = os.path.join(tmp, name + ".html")
             write(path, page)
-            cmd = tolm + " " + path + (" -name world -price 12.50" if name == "one-line" else "")
+            args = {"one-line": " -name world -price 12.50", "large": " -name world"}
+            cmd = tolm + " " + path + args.get(name, "")
             out = run_tolm(cmd, env)
             cmds = [cmd, build_floor(tmp, name, out)]
             if perl:
