@@ -15,6 +15,7 @@ struct X_TEXTPIECE {
     const char *text;  // literal bytes, or NULL for a reference
     size_t len;        // their number
     X_REF ref;         // the variable of a reference
+    bool ascii;        // a literal of ASCII bytes only: no entity to look for
 };
 
 struct X_TEXTPLAN {

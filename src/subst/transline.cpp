@@ -146,6 +146,10 @@ void X_expand_args(const char *text, char *out, int compile) {
     X_transline(text, out, compile);
 }
 
+static X_TEXTPIECE literal_piece(const char *text, size_t len) {
+    return {text, len, {}, ascii_run(text, len) == len};
+}
+
 int X_text_prepare(const char *line, X_TEXTPLAN *plan) {
     // Pieces of the line: at most one literal run before each reference
     // and one after the last.
@@ -164,8 +168,8 @@ int X_text_prepare(const char *line, X_TEXTPLAN *plan) {
             free(name);
             break;
         }
-        if (d > lit) pieces[n++] = {lit, static_cast<size_t>(d - lit), {}};
-        pieces[n++] = {nullptr, 0, {name, nullptr, X_REF_UNBOUND}};
+        if (d > lit) pieces[n++] = literal_piece(lit, static_cast<size_t>(d - lit));
+        pieces[n++] = {nullptr, 0, {name, nullptr, X_REF_UNBOUND}, false};
         lit = r + len + 1;
         refs--;
     }
@@ -174,7 +178,7 @@ int X_text_prepare(const char *line, X_TEXTPLAN *plan) {
         free(pieces);
         return -1;
     }
-    if (*lit) pieces[n++] = {lit, strlen(lit), {}};
+    if (*lit) pieces[n++] = literal_piece(lit, strlen(lit));
     plan->pieces = pieces;
     plan->count = n;
     return 0;
@@ -190,9 +194,9 @@ void X_text_run(X_TEXTPLAN *plan) {
     bool each = !X_out_collecting(f);
     char line[2048];
     size_t used = 0;
-    auto put = [&](const char *s, size_t n) {
+    auto put = [&](const char *s, size_t n, bool ascii) {
         if (!n) return;
-        if ((!HTML || ascii_run(s, n) == n) && n <= sizeof line - used) {
+        if ((!HTML || ascii || ascii_run(s, n) == n) && n <= sizeof line - used) {
             memcpy(line + used, s, n);
             used += n;
             return;
@@ -204,14 +208,14 @@ void X_text_run(X_TEXTPLAN *plan) {
     for (int i = 0; i < plan->count; i++) {
         X_TEXTPIECE &p = plan->pieces[i];
         if (p.text) {
-            put(p.text, p.len);
+            put(p.text, p.len, p.ascii);
             continue;
         }
         X_USER *u = X_ref_user(&p.ref);
         const char *val = u && u->var.value ? u->var.value : "";
         size_t n = strlen(val);
         if (X_len > 0 && static_cast<size_t>(X_len) < n) n = X_len;
-        put(val, n);
+        put(val, n, false);
         if (each) {
             fwrite(line, 1, used, f);
             used = 0;
