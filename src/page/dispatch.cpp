@@ -1,4 +1,5 @@
 // Command dispatch: keywords to handlers, and the block-body runner.
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <string_view>
@@ -139,36 +140,19 @@ constexpr auto BY_NAME = [] {
     return at;
 }();
 
-// Links the keywords BY_NAME[lo, hi) into *at as a balanced subtree, whose
-// halves differ in size by one at most; answers its height.
-int link_keywords(avl **at, int lo, int hi) {
-    *at = nullptr;
-    if (lo >= hi) return 0;
-    int mid = (lo + hi) / 2;
-    auto *node = static_cast<X_CMD *>(X_heap_alloc(x_BUFFERS.hp, sizeof(X_CMD)));
-    if (!node) return 0;
-    const X_CMDROW &r = x_CMD[BY_NAME[mid]];
-    node->avl.key = const_cast<char *>(r.keyword);
-    node->code = static_cast<int16_t>(r.code);
-    int left = link_keywords(&node->avl.left, lo, mid);
-    int right = link_keywords(&node->avl.right, mid + 1, hi);
-    node->avl.balance = right - left;
-    *at = &node->avl;
-    return 1 + (left > right ? left : right);
-}
+// The keywords and their codes in the order of BY_NAME.
+constexpr auto NAMES = [] {
+    std::array<std::string_view, X_NCMD - 1> at{};
+    for (size_t i = 0; i < at.size(); i++) at[i] = x_CMD[BY_NAME[i]].keyword;
+    return at;
+}();
 
-// Builds the keyword tree on first use. Under a trace every keyword is
-// inserted (the trace shows each); otherwise the tree is linked straight
-// from the sorted table, without a comparison.
+// Builds the keyword tree on first use, every keyword inserted as the trace
+// shows it.
 void build_tree() {
     static int init;
     if (init) return;
     init = 1;
-    if (!Trace && !Debug) {
-        link_keywords(&x_BUFFERS.ctree.root, 0, X_NCMD - 1);
-        AVL_generation++;
-        return;
-    }
     for (const X_CMDROW *r = x_CMD; r->keyword; r++) {
         auto *node = static_cast<X_CMD *>(X_heap_alloc(x_BUFFERS.hp, sizeof(X_CMD)));
         if (!node) return;
@@ -178,7 +162,14 @@ void build_tree() {
     }
 }
 
+// The code of KEYWORD, or -1. Only a trace or debug log can tell how it was
+// found: without them the sorted table is searched and no tree is built.
 int search(const char *keyword) {
+    if (!Trace && !Debug) {
+        std::string_view k = keyword;
+        const auto *at = std::lower_bound(NAMES.begin(), NAMES.end(), k);
+        return at != NAMES.end() && *at == k ? x_CMD[BY_NAME[at - NAMES.begin()]].code : -1;
+    }
     build_tree();
     auto *node = reinterpret_cast<X_CMD *>(AVL_search(&x_BUFFERS.ctree, keyword));
     return node ? node->code : -1;

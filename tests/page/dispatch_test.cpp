@@ -16,17 +16,22 @@
 TEST(Dispatch, EveryKeywordIsFoundWithItsCode) {
     x_BUFFERS.hp = X_heap_new();
     x_BUFFERS.ctree = {nullptr, X_avlcmp};
-    int rows = 0;
-    for (const X_CMDROW *r = x_CMD; r->keyword; r++, rows++) {
-        EXPECT_TRUE(r->code >= 1 && r->code <= 51) << r->keyword;
-        EXPECT_EQ(X_search_command(r->keyword), r->code) << r->keyword;
+    // Without a log the sorted table answers; with one, the tree that shows
+    // each search. Both must know every keyword and nothing else.
+    for (int debug : {0, 1}) {
+        Debug = debug;
+        int rows = 0;
+        for (const X_CMDROW *r = x_CMD; r->keyword; r++, rows++) {
+            EXPECT_TRUE(r->code >= 1 && r->code <= 51) << r->keyword;
+            EXPECT_EQ(X_search_command(r->keyword), r->code) << r->keyword << " debug " << debug;
+        }
+        EXPECT_EQ(rows, 53);
+        for (const char *miss : {"SET", "set ", "se", "sets", "", "a", "zzz", "<@set", "if>"})
+            EXPECT_EQ(X_search_command(miss), -1) << miss << " debug " << debug;
     }
-    EXPECT_EQ(rows, 53);
-    EXPECT_EQ(X_search_command("SET"), -1);  // exact and case-sensitive
-    EXPECT_EQ(X_search_command("set "), -1);
-    // The tree is linked straight from the sorted table: every keyword once,
-    // in order, and balanced as the insertions would keep it.
-    std::string order, prev;
+    Debug = 0;
+    // The tree holds every keyword once, in order, balanced.
+    std::string prev;
     int nodes = 0;
     auto walk = [&](auto &self, const avl *n) -> int {
         if (!n) return 0;
@@ -40,7 +45,7 @@ TEST(Dispatch, EveryKeywordIsFoundWithItsCode) {
         EXPECT_LE(std::abs(right - left), 1) << key;
         return 1 + std::max(left, right);
     };
-    EXPECT_EQ(walk(walk, x_BUFFERS.ctree.root), 6);  // 53 keywords
+    EXPECT_LE(walk(walk, x_BUFFERS.ctree.root), 8);  // 53 keywords
     EXPECT_EQ(nodes, 53);
 }
 
