@@ -21,8 +21,9 @@ A case file holds sections, each opened by a line "--- KIND [ARG] [noeol]":
 
 Lines before the first section are a description. Every section ends with
 the line break before the next one unless "noeol" is given. In every section
-{TMP} stands for the scratch directory, {CR} for a carriage return and
-{X:hh} for the single byte hh (also where it is not valid UTF-8).
+{TMP} stands for the scratch directory, {CR} for a carriage return,
+{X:hh} for the single byte hh (also where it is not valid UTF-8) and
+{R:n:hh} for that byte n times.
 The run gets a clean environment: PATH, LANG=C, TZ=UTC, X_HOME and TMP_DIR
 set to the scratch directory, then the case's own variables.
 """
@@ -59,6 +60,9 @@ def parse(path):
 
 def fill(text, tmp):
     text = text.replace("{TMP}", tmp).replace("{CR}", "\r")
+    text = re.sub(r"\{R:(\d+):([0-9a-fA-F]{2})\}",
+                  lambda m: bytes([int(m.group(2), 16)]).decode("utf-8", "surrogateescape")
+                  * int(m.group(1)), text)
     # {X:hh} is the single byte hh, also where it is not valid UTF-8.
     return re.sub(r"\{X:([0-9a-fA-F]{2})\}",
                   lambda m: bytes([int(m.group(1), 16)]).decode("utf-8", "surrogateescape"), text)

@@ -65,7 +65,7 @@ void X_stack_size(long bytes);  // the stack's size; a margin is kept free
 int X_stack_low_reserve(size_t reserve);  // as seen RESERVE bytes deeper
 // Frame addresses below X_stack_floor are past the usable stack; below
 // X_stack_switch, recursion moves to the large stack (0: neither applies).
-// Both are checked on every line a loop runs, hence inline.
+// X_stack_low is checked on every line a loop runs, hence inline.
 extern uintptr_t X_stack_floor, X_stack_switch;
 inline uintptr_t X_stack_here() {
     return reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
@@ -74,12 +74,15 @@ inline int X_stack_low() {
     return X_stack_here() < X_stack_floor ? -1 : 0;
 }
 // A run starts on the process stack (X_stack_defer) and moves to a large
-// one of its own when recursion gets deep: where recursion passes, a
-// function asks X_stack_due and, when it says so, runs itself again through
-// X_stack_deeper, which returns when that call has returned.
+// one of its own when recursion gets deep: a function that every round of
+// recursion passes through asks X_stack_due and, when it says so, runs
+// itself again through X_stack_deeper, which returns when that call has
+// returned. A call that needs RESERVE bytes asks with them: it moves on
+// too when the process stack has not that much left.
 void X_stack_defer();
-inline bool X_stack_due() {
-    return X_stack_here() < X_stack_switch;
+inline bool X_stack_due(size_t reserve = 0) {
+    uintptr_t here = X_stack_here();
+    return here < X_stack_switch || (reserve && X_stack_switch && here - reserve < X_stack_floor);
 }
 void X_stack_deeper(void (*fn)(void *), void *arg);
 template <class F>

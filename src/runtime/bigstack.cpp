@@ -1,37 +1,41 @@
-// Entry onto the interpreter's stack: the process stack when it is roomy
-// enough for a first stretch of recursion (deeper recursion moves on by
-// itself), else the large stack for the whole run.
+// Entry onto the interpreter's stack: the process stack when it has room
+// for a first stretch of recursion (deeper recursion moves on by itself),
+// else the large stack for the whole run.
+#include <sys/auxv.h>
 #include <sys/resource.h>
+
+#include <cstdint>
 
 #include "diag/diag.h"
 #include "runtime/runtime.h"
 
 namespace {
 
-constexpr rlim_t kRoomy = 8UL << 20;
-
-struct Entry {
-    void (*fn)(int, char **);
-    int argc;
-    char **argv;
-};
+constexpr long kRoomy = 4L << 20;  // process stack a run needs to start there
+constexpr long kPage = 4096;
 
 }  // namespace
 
 void X_run_on_stack(void (*fn)(int, char **), int argc, char **argv) {
     int probe;
     X_stack_base(&probe);
+    // The limit counts the whole stack: the arguments, the environment and
+    // the program's name at its top (the last string the kernel put there)
+    // take their share before the first frame.
     rlimit rl;
     bool known = getrlimit(RLIMIT_STACK, &rl) == 0;
-    if (known && rl.rlim_cur != RLIM_INFINITY) X_stack_size(static_cast<long>(rl.rlim_cur));
-    if (known && (rl.rlim_cur == RLIM_INFINITY || rl.rlim_cur >= kRoomy)) {
+    auto here = reinterpret_cast<uintptr_t>(&probe);
+    auto top = static_cast<uintptr_t>(getauxval(AT_EXECFN));
+    long above = top > here ? static_cast<long>(top - here) + kPage : 0;
+    long room = known && rl.rlim_cur != RLIM_INFINITY ? static_cast<long>(rl.rlim_cur) - above : -1;
+    if (room > 0) X_stack_size(room);
+    if (known && (rl.rlim_cur == RLIM_INFINITY || room >= kRoomy)) {
         X_stack_defer();
         fn(argc, argv);
         X_exit(0);
     }
-    Entry e{fn, argc, argv};
-    auto whole_run = [&e] {
-        e.fn(e.argc, e.argv);
+    auto whole_run = [fn, argc, argv] {
+        fn(argc, argv);
         X_exit(0);
     };
     X_stack_deeper(whole_run);

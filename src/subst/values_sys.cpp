@@ -47,10 +47,16 @@ int row_escape(const char *ref, const char *, char *out)
 // run out (a value that refers to itself) is stopped, through the error
 // path; the levels above the refused one then unwind without expanding
 // more, so a value that refers to itself twice costs no exponential time.
-int row_eval(const char *, const char *arg, char *out)
+int row_eval(const char *name, const char *arg, char *out)
 {
     // Room for one more level and for the error trap that may be called.
     constexpr size_t reserve = 4 << 20;
+    if (X_stack_due(reserve)) {
+        int r;
+        auto again = [&] { r = row_eval(name, arg, out); };
+        X_stack_deeper(again);
+        return r;
+    }
     static int depth;      // eval: levels now running
     static bool refused;   // a level was refused: the chain unwinds
     value_none(out);
