@@ -201,7 +201,7 @@ int X_function(X_FILE *fp, char *buff, int compile, int ignore) {
 
 int X_call(char *buff, int compile, int ignore, char *ret) {
     if (!has_prefix(buff, "<@call>")) return -1;
-    if (X_stack_due(kCallReserve)) {
+    if (!ignore && X_stack_due(kCallReserve)) {
         int r;
         auto again = [&] { r = X_call(buff, compile, ignore, ret); };
         X_stack_deeper(again);

@@ -62,7 +62,6 @@ int X_join(char *out, int size, std::initializer_list<std::string_view> parts);
 // the remaining stack is below a safe margin; the caller reports it.
 void X_stack_base(void *base);
 void X_stack_size(long bytes);  // the stack's size; a margin is kept free
-int X_stack_low_reserve(size_t reserve);  // as seen RESERVE bytes deeper
 // Frame addresses below X_stack_floor are past the usable stack; below
 // X_stack_switch, recursion moves to the large stack (0: neither applies).
 // X_stack_low is checked on every line a loop runs, hence inline.
@@ -73,13 +72,19 @@ inline uintptr_t X_stack_here() {
 inline int X_stack_low() {
     return X_stack_here() < X_stack_floor ? -1 : 0;
 }
+// -1 when a nested run needing RESERVE bytes below the caller's frame would
+// pass the usable stack: it is refused before it starts. Inline, so that it
+// measures from the same frame as X_stack_due below.
+inline int X_stack_low_reserve(size_t reserve) {
+    return X_stack_here() - reserve < X_stack_floor ? -1 : 0;
+}
 // A run starts on the process stack (X_stack_defer) and moves to a large
 // one of its own when recursion gets deep: a function that every round of
 // recursion passes through asks X_stack_due and, when it says so, runs
 // itself again through X_stack_deeper, which returns when that call has
 // returned. A call that needs RESERVE bytes asks with them: it moves on
 // too when the process stack has not that much left.
-void X_stack_defer();
+void X_stack_defer(bool on);
 inline bool X_stack_due(size_t reserve = 0) {
     uintptr_t here = X_stack_here();
     return here < X_stack_switch || (reserve && X_stack_switch && here - reserve < X_stack_floor);

@@ -131,15 +131,8 @@ void X_stack_size(long bytes) {
     settle();
 }
 
-// -1 when a nested run needing RESERVE bytes of stack below the caller's
-// frame would pass the usable part of the stack: it is refused before it
-// starts.
-int X_stack_low_reserve(size_t reserve) {
-    return X_stack_here() - reserve < X_stack_floor ? -1 : 0;
-}
-
-void X_stack_defer() {
-    deferred = true;
+void X_stack_defer(bool on) {
+    deferred = on;
     settle();
 }
 

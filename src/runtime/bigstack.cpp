@@ -12,7 +12,7 @@
 namespace {
 
 constexpr long kRoomy = 4L << 20;  // process stack a run needs to start there
-constexpr long kPage = 4096;
+constexpr long kTail = 4096;  // the name's own bytes and the end of the stack
 
 }  // namespace
 
@@ -26,11 +26,12 @@ void X_run_on_stack(void (*fn)(int, char **), int argc, char **argv) {
     bool known = getrlimit(RLIMIT_STACK, &rl) == 0;
     auto here = reinterpret_cast<uintptr_t>(&probe);
     auto top = static_cast<uintptr_t>(getauxval(AT_EXECFN));
-    long above = top > here ? static_cast<long>(top - here) + kPage : 0;
+    long above = top > here ? static_cast<long>(top - here) + kTail : 0;
     long room = known && rl.rlim_cur != RLIM_INFINITY ? static_cast<long>(rl.rlim_cur) - above : -1;
+    // Without a limit the guard keeps its default room of 6 MiB.
     if (room > 0) X_stack_size(room);
     if (known && (rl.rlim_cur == RLIM_INFINITY || room >= kRoomy)) {
-        X_stack_defer();
+        X_stack_defer(true);
         fn(argc, argv);
         X_exit(0);
     }

@@ -1,6 +1,7 @@
 // The safe formatter for page-given formats, and the error trap's name.
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <string>
 
 #include "diag/diag.h"
@@ -58,3 +59,25 @@ TEST(ErrTrap, NameIsCutAndOutlivesRemoval) {
 }
 
 }  // namespace
+
+// A call that needs room asks whether to move to the large stack, then
+// whether it is refused: at any depth, one not told to move is not refused.
+[[gnu::noinline]] bool refused_in_place(size_t reserve) {
+    char buf[65536];  // a frame the size of an eval: level's
+    buf[0] = 0;
+    asm volatile("" : : "r"(buf) : "memory");
+    return !X_stack_due(reserve) && X_stack_low_reserve(reserve);
+}
+
+TEST(Stack, NotMovedMeansNotRefused) {
+    char here;
+    auto top = reinterpret_cast<uintptr_t>(&here);
+    X_stack_size(6L << 20);  // a crowded process stack: 4.5 MiB usable
+    X_stack_defer(true);
+    for (uintptr_t used = 0; used < (3UL << 20); used += 4096) {
+        X_stack_base(reinterpret_cast<void *>(top + used));
+        ASSERT_FALSE(refused_in_place(4 << 20)) << used;
+    }
+    X_stack_defer(false);
+    X_stack_base(nullptr);
+}
