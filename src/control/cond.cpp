@@ -81,12 +81,7 @@ int test_end(const char *s, Next *next) {
 
 // Evaluates a group's inside, bounding the nesting depth.
 int scan_group(char *inside, char *buff, int compile) {
-    if (X_stack_due()) {
-        int r;
-        auto again = [&] { r = scan_group(inside, buff, compile); };
-        X_stack_deeper(again);
-        return r;
-    }
+    if (int r; X_stack_moved(r, [&] { return scan_group(inside, buff, compile); })) return r;
     if (depth >= max_depth || X_stack_low()) return ERRMSG("Incorrect IF condition: %s \n", inside);
     depth++;
     int r = X_if_SCAN(inside, buff, compile);

@@ -201,12 +201,8 @@ int X_function(X_FILE *fp, char *buff, int compile, int ignore) {
 
 int X_call(char *buff, int compile, int ignore, char *ret) {
     if (!has_prefix(buff, "<@call>")) return -1;
-    if (!ignore && X_stack_due(kCallReserve)) {
-        int r;
-        auto again = [&] { r = X_call(buff, compile, ignore, ret); };
-        X_stack_deeper(again);
+    if (int r; !ignore && X_stack_moved(r, [&] { return X_call(buff, compile, ignore, ret); }, kCallReserve))
         return r;
-    }
     X_TRACE("X_call: {%s} compile: %d ignore: %d \n", buff, compile, ignore);
     if (ignore) return 0;
     if (X_stack_low_reserve(kCallReserve)) return too_deep(buff + 7);

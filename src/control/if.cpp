@@ -122,12 +122,7 @@ int run_block(X_FILE *fp, char *buff, char *text, int r, int *compile, const X_I
 // PLAN, when not NULL, is the prepared condition of the head (which has no
 // inline command).
 [[gnu::noinline]] int run_if(X_FILE *fp, char *buff, int kw, int compile, const X_IFPLAN *plan) {
-    if (X_stack_due()) {
-        int r;
-        auto again = [&] { r = run_if(fp, buff, kw, compile, plan); };
-        X_stack_deeper(again);
-        return r;
-    }
+    if (int r; X_stack_moved(r, [&] { return run_if(fp, buff, kw, compile, plan); })) return r;
     char text[X_MAXLINE];
     for (;;) {
         char *inl = nullptr;

@@ -94,3 +94,14 @@ template <class F>
 void X_stack_deeper(F &call) {
     X_stack_deeper([](void *f) { (*static_cast<F *>(f))(); }, &call);
 }
+// The usual form: when recursion is due to move on, runs CALL (the function
+// itself, again) on the large stack and answers true with its result in
+// RESULT, which the caller returns. Always inlined: the question is asked
+// from the caller's frame.
+template <class R, class F>
+[[gnu::always_inline]] inline bool X_stack_moved(R &result, F &&call, size_t reserve = 0) {
+    if (!X_stack_due(reserve)) return false;
+    auto run = [&] { result = call(); };
+    X_stack_deeper(run);
+    return true;
+}

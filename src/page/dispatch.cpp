@@ -278,12 +278,7 @@ int X_command(X_FILE *fp, char *buff, int *compile, int ignore) {
 // Runs (ignore 0) or skips the lines of a block body up to its <@end>,
 // honouring <@continue> and <@break>.
 int X_notfound(X_FILE *fp, int compile, int ignore) {
-    if (X_stack_due()) {
-        int r;
-        auto again = [&] { r = X_notfound(fp, compile, ignore); };
-        X_stack_deeper(again);
-        return r;
-    }
+    if (int r; X_stack_moved(r, [&] { return X_notfound(fp, compile, ignore); })) return r;
     X_TRACE("X_notfound: compile: %d ignore: %d ## Continue: %d  Break: %d \n", compile, ignore,
             Continue, Break);
     if (X_stack_low()) {

@@ -136,12 +136,7 @@ static void page_dir(const char *path, char *dir, size_t cap) {
 // Runs the page PATH: 0 when done, -1 when refused or trapped.
 int X_printfile(const char *path, int compile) {
     static int level;
-    if (X_stack_due()) {
-        int r;
-        auto again = [&] { r = X_printfile(path, compile); };
-        X_stack_deeper(again);
-        return r;
-    }
+    if (int r; X_stack_moved(r, [&] { return X_printfile(path, compile); })) return r;
     X_TRACE("X_printfile: %s compile: %d level: %d\n", path, compile, level);
     if (level > X_MAXNEST - 1) return -1;
     struct stat st;

@@ -61,11 +61,7 @@ void emit(FILE *f, const char *p, size_t n) {
 // The stream is looked up at every write: a value function may run page
 // code that redirects the output or closes a stream.
 void scan(const char *s, char *out, size_t cap, int compile) {
-    if (X_stack_due()) {
-        auto again = [&] { scan(s, out, cap, compile); };
-        X_stack_deeper(again);
-        return;
-    }
+    if (bool done; X_stack_moved(done, [&] { scan(s, out, cap, compile); return true; })) return;
     size_t o = 0;
     const char *lit = s;
     auto literal = [&](const char *end) {

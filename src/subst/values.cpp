@@ -183,12 +183,7 @@ int X_transvalue(const char *name, char *out)
 {
     if (!name)
         name = "";
-    if (X_stack_due()) {
-        int r;
-        auto again = [&] { r = X_transvalue(name, out); };
-        X_stack_deeper(again);
-        return r;
-    }
+    if (int r; X_stack_moved(r, [&] { return X_transvalue(name, out); })) return r;
     X_TRACE("X_transvalue: [%s]", name);
     // References nest through value functions, eval: and call:, each level
     // with 64 KiB buffers on the stack: they end where the stack runs low.

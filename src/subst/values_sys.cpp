@@ -51,12 +51,8 @@ int row_eval(const char *name, const char *arg, char *out)
 {
     // Room for one more level and for the error trap that may be called.
     constexpr size_t reserve = 4 << 20;
-    if (X_stack_due(reserve)) {
-        int r;
-        auto again = [&] { r = row_eval(name, arg, out); };
-        X_stack_deeper(again);
+    if (int r; X_stack_moved(r, [&] { return row_eval(name, arg, out); }, reserve))
         return r;
-    }
     static int depth;      // eval: levels now running
     static bool refused;   // a level was refused: the chain unwinds
     value_none(out);
