@@ -58,8 +58,10 @@ int X_format(char *out, int size, const char *fmt, const X_fmtarg *args, int nar
 // the C library's formatter out of every run.
 int X_join(char *out, int size, std::initializer_list<std::string_view> parts);
 
-// Stack guard for recursion through pages, calls and references: -1 when
-// the remaining stack is below a safe margin; the caller reports it.
+// Stack guard for recursion through pages, blocks, calls and references:
+// where the current stack starts and how large it is (a margin is kept free
+// for the error path). The checks below answer -1 past the usable part; the
+// caller reports it.
 void X_stack_base(void *base);
 void X_stack_size(long bytes);  // the stack's size; a margin is kept free
 // Frame addresses below X_stack_floor are past the usable stack; below
